@@ -1,0 +1,46 @@
+// Writes log lines for the log's tests, which run it with different
+// environments: "levels" writes one line at each priority; "threads N M" writes
+// M lines from each of N threads.
+#include <Logger.h>
+
+#include <cstdlib>
+#include <cstring>
+#include <thread>
+#include <vector>
+
+namespace {
+
+void writeLevels() {
+    LOGD("debug line");
+    LOGI("info line");
+    LOGW("warn line");
+    LOGE("error line");
+}
+
+void writeFromThreads(int threads, int lines) {
+    std::vector<std::thread> writers;
+    for (int t = 0; t < threads; ++t) {
+        writers.emplace_back([t, lines] {
+            for (int i = 0; i < lines; ++i) {
+                LoggerI("thread " << t << " line " << i << " " << std::string(200, 'x'));
+            }
+        });
+    }
+    for (auto& writer : writers) {
+        writer.join();
+    }
+}
+
+}  // namespace
+
+int main(int argc, char** argv) {
+    if (argc >= 2 && std::strcmp(argv[1], "levels") == 0) {
+        writeLevels();
+        return 0;
+    }
+    if (argc >= 4 && std::strcmp(argv[1], "threads") == 0) {
+        writeFromThreads(std::atoi(argv[2]), std::atoi(argv[3]));
+        return 0;
+    }
+    return 2;
+}
