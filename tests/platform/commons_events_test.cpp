@@ -47,6 +47,7 @@ public:
     std::vector<IEventController::State> statesSeen;
     std::vector<std::thread::id> threadsSeen;
     std::optional<std::string> throwMessage;
+    bool switchToAsynchronousManualAnswer = false;
     std::vector<std::thread> workers;
 
 protected:
@@ -56,6 +57,9 @@ protected:
         threadsSeen.push_back(std::this_thread::get_id());
         if (throwMessage) {
             ThrowMsg(InvalidArgumentException, *throwMessage);
+        }
+        if (switchToAsynchronousManualAnswer) {
+            event->setHandlingType(IEventController::HANDLING_ASYNCHRONOUS_MANUAL_ANSWER);
         }
         if (event->isManualAnswer()) {
             workers.emplace_back([this, event] {
@@ -221,6 +225,22 @@ TEST(CommonsEventTest, SynchronousManualAnswerBlocksTheCallerUntilAnswered) {
     event->setHandlingType(IEventController::HANDLING_SYNCHRONOUS_MANUAL_ANSWER);
     echo.PostRequest(event);
     EXPECT_EQ(event->output, "manual wait");
+    EXPECT_EQ(event->getState(), IEventController::STATE_ANSWER_RECEIVED);
+}
+
+TEST(CommonsEventTest, ReceiverCanTurnASynchronousRequestIntoALaterManualAnswer) {
+    Echo echo;
+    EchoController controller;
+    echo.switchToAsynchronousManualAnswer = true;
+    const EventEchoPtr event = makeEvent("deferred");
+    event->setForSynchronousCall();
+    event->setAnswerReceiver(&controller);
+    echo.PostRequest(event);
+    EXPECT_EQ(echo.received, std::vector<std::string>{"deferred"});
+    EXPECT_EQ(event->getState(), IEventController::STATE_REQUEST_SEND);
+    EXPECT_TRUE(controller.answers.empty());
+    ASSERT_TRUE(KvTest::runMainLoopUntil([&] { return !controller.answers.empty(); }));
+    EXPECT_EQ(event->output, "manual deferred");
     EXPECT_EQ(event->getState(), IEventController::STATE_ANSWER_RECEIVED);
 }
 

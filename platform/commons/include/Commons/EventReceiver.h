@@ -11,7 +11,10 @@
 //   - synchronous handling: PostRequest blocks until the receiver is done
 //     (on the receiver's thread itself it runs the receiver in place);
 //   - manual-answer handling: the answer leaves only when the receiver calls
-//     ManualAnswer(event), from any thread.
+//     ManualAnswer(event), from any thread. A receiver may switch a request
+//     posted synchronously to HANDLING_ASYNCHRONOUS_MANUAL_ANSWER: the caller
+//     then returns as soon as the receiver does, and the answer goes to the
+//     event's answer receiver later.
 #ifndef KV_PLATFORM_COMMONS_EVENT_RECEIVER_H
 #define KV_PLATFORM_COMMONS_EVENT_RECEIVER_H
 
@@ -75,7 +78,9 @@ public:
             pushToReceiver(event);
         }
         event->waitForAnswer();
-        event->setState(IEventController::STATE_ANSWER_RECEIVED);
+        if (event->isSynchronous()) {
+            event->setState(IEventController::STATE_ANSWER_RECEIVED);
+        }
     }
 
     // Posts an asynchronous request that reaches the receiver once `dueTime`
@@ -135,9 +140,14 @@ private:
             }
             return;
         }
+        const bool postedSynchronously = event->isSynchronous();
         runReceiver(event);
         if (!event->isManualAnswer()) {
             answer(event);
+        } else if (postedSynchronously && !event->isSynchronous()) {
+            // The receiver turned the request into an asynchronous manual
+            // answer: the caller goes on, the answer comes later.
+            event->signalAnswer();
         }
     }
 
