@@ -1,0 +1,26 @@
+#include "KvClientCall.h"
+
+#include <Logger.h>
+
+namespace DeviceAPI {
+namespace KVP {
+namespace KvClientCall {
+
+int call(const char* name, const std::function<int()>& function) {
+    LoggerI(">>>>>> ::" << name << "()");
+    const int result = function();
+    LoggerI(">>>>>> ::" << name << " returns : " << result);
+    return result;
+}
+
+bool isKnownResult(const char* what, int result) {
+    if (result >= -2 && result <= 1) {
+        return true;
+    }
+    LoggerW(what << " returns wrong value : " << result);
+    return false;
+}
+
+}  // namespace KvClientCall
+}  // namespace KVP
+}  // namespace DeviceAPI

@@ -1,0 +1,214 @@
+// The bridge's file transfers: sending, receiving and cancelling files, and
+// the routing of the library's four file-transfer notifications.
+#include "KvAgent.h"
+#include "KvClientCall.h"
+#include "KvFileTransfer.h"
+#include "KvIdleCallback.h"
+#include "KvProxy.h"
+#include "KvUtils.h"
+
+#include <Logger.h>
+
+#include <cstdlib>
+#include <cstring>
+
+namespace DeviceAPI {
+namespace KVP {
+
+namespace {
+
+// A path as the library takes it: a buffer of KVP_PATH_BUFFER_SIZE bytes
+// holding at most 255 characters, always terminated.
+struct PathBuffer {
+    explicit PathBuffer(const std::string& path) {
+        std::strncpy(text, path.c_str(), KVP_PATH_BUFFER_SIZE - 1);
+        text[KVP_PATH_BUFFER_SIZE - 1] = '\0';
+    }
+    char text[KVP_PATH_BUFFER_SIZE];
+};
+
+int sendErrorOf(int status) {
+    switch (status) {
+        case 1:
+            return 2;
+        case 2:
+            return 0;
+        case 3:
+            return 8;
+        case 4:
+            return 4;
+        case 5:
+            return 3;
+        case 9:
+            return 5;
+        case 11:
+            return 7;
+        default:
+            LoggerW("File send failed with wrong status : " << status);
+            return 8;
+    }
+}
+
+int receiveErrorOf(int status) {
+    switch (status) {
+        case 1:
+            return 1;
+        case 2:
+            return 0;
+        case 3:
+            return 6;
+        case 4:
+            return 3;
+        case 5:
+            return 2;
+        case 9:
+            return 4;
+        case 11:
+            return 5;
+        default:
+            LoggerW("File receive failed with wrong status : " << status);
+            return 6;
+    }
+}
+
+}  // namespace
+
+int KvProxy::sendFile(const KvFileTransferPtr& fileTransfer, const KvPeerAgentPtr& peerAgent,
+                      const std::string& path) {
+    LoggerI("called");
+    const KvAgentPtr agent = fileTransfer->getKvAgent();
+    const unsigned long agentId = agent != nullptr ? agent->getAgentId() : 0;
+    PathBuffer buffer(path);
+    LoggerI(">>>>>> ::pushFile()");
+    int transactionId = pushFile(buffer.text, peerAgent->getRecord(), agentId);
+    LoggerI(">>>>>> ::pushFile returns (transactionId : " << transactionId << ")");
+    if (transactionId != -1) {
+        sendTransactions[transactionId] = agentId;
+        return transactionId;
+    }
+    LoggerE("sendFile failed.");
+    transactionId = std::rand();
+    KvIdleCallback<KvFileTransfer>::post(fileTransfer, [transactionId](KvFileTransfer& target) {
+        target.onFileSendError(0, transactionId);
+    });
+    return transactionId;
+}
+
+bool KvProxy::receiveFile(const KvFileTransferPtr& fileTransfer, int transactionId,
+                          const std::string& path, bool accept) {
+    LoggerI("called");
+    PathBuffer buffer(path);
+    const int result = KvClientCall::call(
+        "receiveFile", [&] { return ::receiveFile(transactionId, buffer.text, accept ? 1 : 0); });
+    if (result == 0) {
+        const KvAgentPtr agent = fileTransfer->getKvAgent();
+        receiveTransactions[transactionId] = agent != nullptr ? agent->getAgentId() : 0;
+        receivePaths[transactionId] = path;
+    } else {
+        KvClientCall::isKnownResult("receiveFile", result);
+    }
+    return result != 0;
+}
+
+int KvProxy::cancelFile(const KvFileTransferPtr& /*fileTransfer*/, int transactionId) {
+    LoggerI("called");
+    const bool receiving = receiveTransactions.count(transactionId) != 0;
+    if (!receiving && sendTransactions.count(transactionId) == 0) {
+        return 2;
+    }
+    LoggerI((receiving ? "Canceling receiving file" : "Canceling sending file"));
+    const int result =
+        KvClientCall::call("cancelFile", [transactionId] { return ::cancelFile(transactionId); });
+    if (result == 0) {
+        return 0;
+    }
+    KvClientCall::isKnownResult("cancelFile", result);
+    return 1;
+}
+
+void KvProxy::OnSendFile(int transactionId, const char* fileName, unsigned long agentId) {
+    const KvAgentPtr agent = findAgent(agentId);
+    if (agent == nullptr) {
+        LoggerE("No related KvAgent object");
+        return;
+    }
+    const KvFileTransferPtr fileTransfer = agent->getKvFileTransfer();
+    if (fileTransfer == nullptr) {
+        LoggerE("No KvFileTransfer object");
+        return;
+    }
+    fileTransfer->onFileReceive(transactionId,
+                                unescapeSlashes(fileName != nullptr ? fileName : ""));
+}
+
+void KvProxy::OnFileProgress(int transactionId, int progress) {
+    const auto receive = receiveTransactions.find(transactionId);
+    const auto send = sendTransactions.find(transactionId);
+    if (receive == receiveTransactions.end() && send == sendTransactions.end()) {
+        LoggerW("there is no transactionId:" << transactionId);
+        return;
+    }
+    const bool receiving = receive != receiveTransactions.end();
+    const KvFileTransferPtr fileTransfer =
+        findFileTransfer(receiving ? receive->second : send->second);
+    if (fileTransfer == nullptr) {
+        LoggerW("there is no opened fileTransfer");
+        return;
+    }
+    if (receiving) {
+        fileTransfer->onFileReceiveProgress(transactionId, progress);
+    } else {
+        fileTransfer->onFileSendProgress(transactionId, progress);
+    }
+}
+
+void KvProxy::OnSendComplete(int transactionId, const char* path, int status) {
+    const auto found = sendTransactions.find(transactionId);
+    if (found == sendTransactions.end()) {
+        LoggerW("there is no transactionId:" << transactionId);
+        return;
+    }
+    const unsigned long agentId = found->second;
+    sendTransactions.erase(found);
+    const KvFileTransferPtr fileTransfer = findFileTransfer(agentId);
+    if (fileTransfer == nullptr) {
+        LoggerW("there is no opened fileTransfer");
+        return;
+    }
+    if (status == 0) {
+        fileTransfer->onFileSendComplete(transactionId, path != nullptr ? path : "");
+    } else {
+        fileTransfer->onFileSendError(sendErrorOf(status), transactionId);
+    }
+}
+
+void KvProxy::OnReceiveComplete(int transactionId, const char* path, int status) {
+    const auto found = receiveTransactions.find(transactionId);
+    if (found == receiveTransactions.end()) {
+        LoggerW("there is no transactionId:" << transactionId);
+        return;
+    }
+    const unsigned long agentId = found->second;
+    receiveTransactions.erase(found);
+    std::string finalPath = path != nullptr ? path : "";
+    const auto stored = receivePaths.find(transactionId);
+    if (stored != receivePaths.end()) {
+        if (path == nullptr) {
+            finalPath = stored->second;
+        }
+        receivePaths.erase(stored);
+    }
+    const KvFileTransferPtr fileTransfer = findFileTransfer(agentId);
+    if (fileTransfer == nullptr) {
+        LoggerW("there is no opened fileTransfer");
+        return;
+    }
+    if (status == 0) {
+        fileTransfer->onFileReceiveComplete(transactionId, finalPath);
+    } else {
+        fileTransfer->onFileReceiveError(receiveErrorOf(status), transactionId);
+    }
+}
+
+}  // namespace KVP
+}  // namespace DeviceAPI

@@ -1,0 +1,382 @@
+// The bridge's peer, connection, data and authentication operations, and the
+// routing of the library's notifications about them.
+#include "KvAgent.h"
+#include "KvClientCall.h"
+#include "KvIdleCallback.h"
+#include "KvProxy.h"
+#include "KvSocket.h"
+
+#include <Logger.h>
+
+#include <memory>
+#include <string>
+
+namespace DeviceAPI {
+namespace KVP {
+
+namespace {
+
+void postFindError(const KvAgentPtr& agent, int code) {
+    KvIdleCallback<KvAgent>::post(agent,
+                                  [code](KvAgent& target) { target.onFindPeerAgentError(code); });
+}
+
+void postConnectionError(const KvAgentPtr& agent, int code) {
+    KvIdleCallback<KvAgent>::post(agent, [code](KvAgent& target) { target.onError(code); });
+}
+
+// The connection error code of a failed connection status.
+int connectionErrorOf(int status) {
+    switch (status) {
+        case 1:
+            return 0;
+        case 2:
+            return 2;
+        case 3:
+            return 3;
+        case 4:
+            return 1;
+        case 5:
+            return 4;
+        case 6:
+            return 5;
+        default:
+            LoggerW("Connection Failed with wrong status : " << status);
+            return 5;
+    }
+}
+
+}  // namespace
+
+KvPeerAgentPtr KvProxy::getPeerAgent(const kvp_peer_agent_t* peer) {
+    auto wrapper = std::make_shared<PeerAgentWrapper>(peer, false);
+    const auto known = peerAgents.find(wrapper);
+    if (known != peerAgents.end()) {
+        return known->second;
+    }
+    KvPeerAgentPtr peerAgent = makePeerAgent(wrapper);
+    peerAgents[wrapper] = peerAgent;
+    return peerAgent;
+}
+
+// A new peer agent for the record, with what the service tells of its device.
+KvPeerAgentPtr KvProxy::makePeerAgent(const PeerAgentWrapperPtr& wrapper) {
+    const kvp_peer_agent_t* record = wrapper->getPeerAgent();
+    kvp_peer_accessory_t accessory{};
+    const unsigned int accessoryId = record != nullptr ? record->accessoryId : 0;
+    const int result = KvClientCall::call("getPeerAccessory", [accessoryId, &accessory] {
+        return getPeerAccessory(accessoryId, &accessory);
+    });
+    KvClientCall::isKnownResult("getPeerAccessory", result);
+    if (result != 0) {
+        accessory = kvp_peer_accessory_t{};
+    }
+    accessory.deviceAddress[sizeof accessory.deviceAddress - 1] = '\0';
+    accessory.productId[sizeof accessory.productId - 1] = '\0';
+    accessory.vendorId[sizeof accessory.vendorId - 1] = '\0';
+    auto peerAccessory = std::make_shared<KvPeerAccessory>(
+        accessory.deviceAddress, record != nullptr ? record->deviceName : "", accessory.productId,
+        accessory.transportType, accessory.vendorId);
+    return std::make_shared<KvPeerAgent>(wrapper, peerAccessory, accessory.maxAllowedDataSize);
+}
+
+void KvProxy::findPeerAgent(const KvAgentPtr& agent) {
+    LoggerI("called");
+    const unsigned int agentId = agent->getAgentId();
+    const int result =
+        KvClientCall::call("findPeerAgent", [agentId] { return ::findPeerAgent(agentId); });
+    if (result != 0) {
+        KvClientCall::isKnownResult("findPeerAgent", result);
+        postFindError(agent, 2);
+    }
+}
+
+void KvProxy::OnPeerAgent(unsigned long agentId, const kvp_peer_agent_t* peer, int status) {
+    if (status > 4) {
+        LoggerW("onPeerAgent gives wrong status code : " << status);
+    }
+    if (status >= 1 && status <= 3) {
+        LoggerI("Failed to find PeerAgent");
+        const KvAgentPtr agent = findAgent(agentId);
+        if (agent == nullptr) {
+            LoggerE("localAgentId:" << agentId << " is not exist.");
+            return;
+        }
+        agent->onFindPeerAgentError(status == 1 ? 2 : 0);
+        return;
+    }
+    if (status != 0) {
+        return;
+    }
+    LoggerI("PeerAgents are found.");
+    const KvPeerAgentPtr peerAgent = getPeerAgent(peer);
+    const KvAgentPtr agent = findAgent(agentId);
+    if (agent == nullptr) {
+        LoggerE("localAgentId:" << agentId << " is not exist.");
+        return;
+    }
+    agent->onFindPeerAgentFound(peerAgent);
+}
+
+void KvProxy::OnPeerAgentIndication(unsigned long agentId, const kvp_peer_agent_t* peer,
+                                    int status) {
+    const KvAgentPtr agent = findAgent(agentId);
+    if (agent == nullptr) {
+        return;
+    }
+    const KvPeerAgentPtr peerAgent = getPeerAgent(peer);
+    if (status != 0 && status != 1) {
+        LoggerW("Status changed to wrong state.");
+        return;
+    }
+    agent->onFindPeerAgentUpdated(peerAgent, status == 0);
+}
+
+void KvProxy::requestServiceConnection(const KvAgentPtr& agent, const KvPeerAgentPtr& peerAgent) {
+    LoggerI("called");
+    for (const SoftResetingService& record : softResetingServices) {
+        if (record.peerAgentId != peerAgent->getPeerAgentId()) {
+            continue;
+        }
+        LoggerI("softReset is not completed");
+        SoftResetingService deferred = record;
+        deferred.agent = agent;
+        deferred.peerAgent = peerAgent;
+        softResetingServices.erase(record);
+        softResetingServices.insert(deferred);
+        return;
+    }
+    requestServiceConnectionPriv(agent, peerAgent);
+}
+
+void KvProxy::requestServiceConnectionPriv(const KvAgentPtr& agent,
+                                           const KvPeerAgentPtr& peerAgent) {
+    LoggerI("called");
+    if (hasOpenConnectionTo(peerAgent)) {
+        postConnectionError(agent, 0);
+        return;
+    }
+    const unsigned int agentId = agent->getAgentId();
+    const kvp_peer_agent_t* record = peerAgent->getRecord();
+    const int result = KvClientCall::call("createServiceConnection", [agentId, record] {
+        return createServiceConnection(agentId, record);
+    });
+    KvClientCall::isKnownResult("createServiceConnection", result);
+    if (result == -1) {
+        postConnectionError(agent, 2);
+    }
+}
+
+bool KvProxy::hasOpenConnectionTo(const KvPeerAgentPtr& peerAgent) const {
+    const auto pending = pendingConnections.find(peerAgent->getPeerAgentId());
+    return pending != pendingConnections.end() && sockets.count(pending->second) != 0;
+}
+
+KvSocketPtr KvProxy::openSocket(const KvAgentPtr& agent, const KvPeerAgentPtr& peerAgent,
+                                unsigned long connectionId) {
+    auto socket = std::make_shared<KvSocket>();
+    socket->setKvAgent(agent);
+    socket->setPeerAgent(peerAgent);
+    socket->setConnectionId(connectionId);
+    pendingConnections[peerAgent->getPeerAgentId()] = connectionId;
+    sockets[connectionId] = socket;
+    return socket;
+}
+
+void KvProxy::OnServiceCreateConfirm(unsigned long agentId, unsigned long connectionId,
+                                     const kvp_peer_agent_t* peer, int status) {
+    const KvAgentPtr agent = findAgent(agentId);
+    if (agent == nullptr) {
+        return;
+    }
+    if (status != 0) {
+        agent->onError(connectionErrorOf(status));
+        return;
+    }
+    const KvPeerAgentPtr peerAgent = getPeerAgent(peer);
+    agent->onConnect(openSocket(agent, peerAgent, connectionId));
+}
+
+void KvProxy::OnServiceConnectionIndication(unsigned long agentId, unsigned long connectionId,
+                                            const kvp_peer_agent_t* peer) {
+    const KvAgentPtr agent = findAgent(agentId);
+    if (agent == nullptr) {
+        return;
+    }
+    const KvPeerAgentPtr peerAgent = getPeerAgent(peer);
+    indicatedConnectionId = connectionId;
+    agent->onRequest(peerAgent);
+    indicatedConnectionId = 0;
+}
+
+void KvProxy::acceptServiceConnection(const KvAgentPtr& agent, const KvPeerAgentPtr& peerAgent) {
+    LoggerI("called");
+    if (indicatedConnectionId == 0) {
+        return;
+    }
+    const unsigned int agentId = agent->getAgentId();
+    const unsigned long connectionId = indicatedConnectionId;
+    const kvp_peer_agent_t* record = peerAgent->getRecord();
+    const int result = KvClientCall::call("acceptServiceConnection", [=] {
+        return ::acceptServiceConnection(agentId, connectionId, record);
+    });
+    if (result != 0) {
+        LoggerE("acceptServiceConnection returns failure");
+        KvClientCall::isKnownResult("acceptServiceConnection", result);
+        postConnectionError(agent, 2);
+        return;
+    }
+    const KvSocketPtr socket = openSocket(agent, peerAgent, connectionId);
+    KvIdleCallback<KvAgent>::post(agent, [socket](KvAgent& target) { target.onConnect(socket); });
+}
+
+void KvProxy::rejectServiceConnection(const KvAgentPtr& agent, const KvPeerAgentPtr& peerAgent) {
+    LoggerI("called");
+    if (indicatedConnectionId == 0) {
+        return;
+    }
+    const unsigned int agentId = agent->getAgentId();
+    const unsigned long connectionId = indicatedConnectionId;
+    const kvp_peer_agent_t* record = peerAgent->getRecord();
+    const int result = KvClientCall::call("rejectServiceConnection", [=] {
+        return ::rejectServiceConnection(agentId, connectionId, record);
+    });
+    KvClientCall::isKnownResult("rejectServiceConnection", result);
+}
+
+void KvProxy::authenticatePeerAgent(const KvAgentPtr& agent, const KvPeerAgentPtr& peerAgent) {
+    LoggerI("called");
+    const unsigned int agentId = agent->getAgentId();
+    const kvp_peer_agent_t* record = peerAgent->getRecord();
+    const int result = KvClientCall::call("authenticatePeerAgent", [agentId, record] {
+        return ::authenticatePeerAgent(agentId, record);
+    });
+    KvClientCall::isKnownResult("authenticatePeerAgent", result);
+    if (result != 0) {
+        KvIdleCallback<KvAgent>::post(
+            agent, [peerAgent](KvAgent& target) { target.onAuthenticateError(peerAgent, 0); });
+    }
+}
+
+void KvProxy::OnAuthenticateIndication(unsigned long agentId, const kvp_peer_agent_t* peer,
+                                       const char* token, int status) {
+    const KvAgentPtr agent = findAgent(agentId);
+    if (agent == nullptr) {
+        return;
+    }
+    if (peer == nullptr) {
+        LoggerE("peerAgent is NULL");
+        return;
+    }
+    const KvPeerAgentPtr peerAgent = getPeerAgent(peer);
+    if (token == nullptr || status != 0) {
+        LoggerE("Failed to authenticate");
+        agent->onAuthenticateError(peerAgent, 0);
+        return;
+    }
+    LoggerI("Succeeded to authenticate");
+    agent->onAuthenticateResponse(peerAgent, token);
+}
+
+int KvProxy::sendData(const KvSocketPtr& socket, uint16_t channelId, const std::string& data) {
+    return sendDataWith("sendData", socket, channelId, data, ::sendData);
+}
+
+int KvProxy::sendSecureData(const KvSocketPtr& socket, uint16_t channelId,
+                            const std::string& data) {
+    return sendDataWith("sendSecureData", socket, channelId, data, ::sendSecureData);
+}
+
+int KvProxy::sendDataWith(const char* name, const KvSocketPtr& socket, uint16_t channelId,
+                          const std::string& data,
+                          int (*send)(unsigned int, unsigned short, unsigned int, const char*)) {
+    LoggerI("called");
+    const unsigned long connectionId = socket->getConnectionId();
+    const int result = KvClientCall::call(name, [&] {
+        return send(connectionId, channelId, static_cast<unsigned int>(data.size()), data.data());
+    });
+    if (result > 5) {
+        LoggerE("Wrong result");
+    }
+    return result;
+}
+
+void KvProxy::OnDataIndication(unsigned long connectionId, unsigned short channelId,
+                               unsigned int /*length*/, const char* text) {
+    const auto found = sockets.find(connectionId);
+    if (found == sockets.end()) {
+        return;
+    }
+    found->second->onReceive(channelId, text != nullptr ? text : "");
+}
+
+bool KvProxy::terminateServiceConnection(const KvSocketPtr& socket) {
+    LoggerI("called");
+    const unsigned long connectionId = socket->getConnectionId();
+    if (sockets.count(connectionId) == 0) {
+        return true;
+    }
+    const int result = KvClientCall::call("terminateServiceConnection", [connectionId] {
+        return ::terminateServiceConnection(connectionId);
+    });
+    KvClientCall::isKnownResult("terminateServiceConnection", result);
+    return result == 0;
+}
+
+void KvProxy::OnServiceTerminationIndication(unsigned long connectionId, int reason) {
+    for (const SoftResetingService& record : softResetingServices) {
+        if (record.connectionId != connectionId) {
+            continue;
+        }
+        const SoftResetingService finished = record;
+        softResetingServices.erase(record);
+        if (finished.agent != nullptr && finished.peerAgent != nullptr) {
+            LoggerI("serviceConnectionRequest set while softReset");
+            requestServiceConnectionPriv(finished.agent, finished.peerAgent);
+        }
+        break;
+    }
+    const auto found = sockets.find(connectionId);
+    if (found == sockets.end()) {
+        return;
+    }
+    forgetPendingConnection(connectionId);
+    if (reason < 0 || reason > 2) {
+        LoggerW("on error with wrong error code : " << reason);
+        reason = 2;
+    }
+    const KvSocketPtr socket = found->second;
+    socket->onConnectionLost(reason);
+}
+
+void KvProxy::forgetPendingConnection(unsigned long connectionId) {
+    for (auto entry = pendingConnections.begin(); entry != pendingConnections.end(); ++entry) {
+        if (entry->second == connectionId) {
+            pendingConnections.erase(entry);
+            return;
+        }
+    }
+}
+
+void KvProxy::OnDeviceStatus(int deviceType, int status) {
+    if (deviceType != 4 && deviceType != 8 && deviceType != 16 && deviceType != 32) {
+        LoggerW("Device status changed wrong device type");
+    }
+    if (status == 1) {
+        onConnected();
+    } else if (status == 0) {
+        onDisconnected();
+    } else {
+        LoggerW("Status changed to wrong state.");
+    }
+}
+
+void KvProxy::OnError(unsigned long /*value*/, int errorCode) {
+    if (errorCode > 1) {
+        LoggerW("on error with wrong error code : " << errorCode);
+    }
+    onDisconnected();
+}
+
+}  // namespace KVP
+}  // namespace DeviceAPI

@@ -1,0 +1,195 @@
+// The service profile loader on the platform's real application and package
+// managers: an app is installed into a device of this run's own, this process
+// is registered as that app, and the loader reads the app's profile through
+// the device path ("/opt/usr/apps/<package>/res/wgt/..."). The program enters
+// the device at the start of main, before any thread is made, so that the
+// device paths are real for it.
+//
+// The test needs the device library (kv-device) on the test program's link
+// line; without it the tests are skipped.
+#include <KvServiceProfileLoader.h>
+#include <dlog-capture.h>
+
+#include <gtest/gtest.h>
+
+#include <unistd.h>
+#include <cstdlib>
+#include <filesystem>
+#include <fstream>
+#include <string>
+#include <vector>
+
+#include "fake_appfw.h"
+
+#include <kv-device/AppRegistry.h>
+#include <kv-device/Device.h>
+
+using namespace DeviceAPI::KVP;
+
+namespace {
+
+// The loader's path helper, opened up for the tests.
+class TestLoader : public KvServiceProfileLoader {
+public:
+    using KvServiceProfileLoader::getServiceProfilePath;
+};
+
+const char* const kProfile = R"(<?xml version="1.0" encoding="UTF-8"?>
+<resources>
+  <application name="ProfileTest">
+    <serviceProfile id="/kvtest/hello" name="HelloAccessory" role="provider"
+                    serviceLimit="one_accessory" serviceTimeout="10">
+      <supportedTransports><transport type="transport_bt"/></supportedTransports>
+      <serviceChannel id="104" dataRate="low" priority="low" reliability="enable"/>
+    </serviceProfile>
+    <serviceProfile role="consumer"/>
+  </application>
+</resources>
+)";
+
+// The app's description; `metadata` is the metadata element, if any.
+[[maybe_unused]] std::string appConfig(const std::string& appId, const std::string& metadata) {
+    return R"(<?xml version="1.0" encoding="UTF-8"?>
+<widget id="http://example.org/profile-test" version="1.0">
+  <name>Profile test</name>
+  <application id=")" +
+           appId + R"(" package="kvtest01"/>
+  )" + metadata +
+           R"(
+  <content src="main.js"/>
+</widget>
+)";
+}
+
+[[maybe_unused]] void writeFile(const std::filesystem::path& path, const std::string& content) {
+    std::filesystem::create_directories(path.parent_path());
+    std::ofstream(path) << content;
+}
+
+// Lines that the plug-in logged (the platform libraries log under their own
+// tags), without their source prefix.
+std::vector<std::string> pluginMessages(const DlogCapture& capture) {
+    std::vector<std::string> messages;
+    for (const DlogLine& line : capture.lines()) {
+        if (line.tag == "WRT_PLUGINS/TIZEN") {
+            messages.push_back(line.message.substr(line.message.find(" > ") + 3));
+        }
+    }
+    return messages;
+}
+
+class ProfileLoaderDeviceTest : public testing::Test {
+protected:
+    void SetUp() override {
+        FakeAppfw::reset();
+        FakeAppfw::useRealLibrary(true);
+        KvServiceProfileLoader::resetAppIdCacheForTesting();
+        appFolder = testing::TempDir() + "kv-profile-app-" + std::to_string(getpid());
+    }
+
+    void TearDown() override {
+        Kv::Device::unregisterRunningApp(getpid());
+        std::filesystem::remove_all(appFolder);
+        FakeAppfw::reset();
+        KvServiceProfileLoader::resetAppIdCacheForTesting();
+    }
+
+    // Installs an app of package kvtest01 whose metadata is `metadata`, with
+    // the profile above at res/xml/accessoryservices.xml, and registers this
+    // process as running it.
+    void installAndRun(const std::string& appId, const std::string& metadata) {
+        writeFile(appFolder + "/config.xml", appConfig(appId, metadata));
+        writeFile(appFolder + "/main.js", "");
+        writeFile(appFolder + "/res/xml/accessoryservices.xml", kProfile);
+        Kv::Device::installApp(appFolder);
+        Kv::Device::registerRunningApp(getpid(), appId);
+    }
+
+    std::string appFolder;
+};
+
+const char* const kLocationMetadata =
+    R"(<metadata key="AccessoryServicesLocation" value="res/xml/accessoryservices.xml"/>)";
+
+}  // namespace
+
+TEST_F(ProfileLoaderDeviceTest, ProfileOfTheRunningAppIsReadThroughTheDevicePath) {
+    installAndRun("kvtest01.ProfileTest", kLocationMetadata);
+    DlogCapture capture;
+    KvServiceProfileLoader loader;
+    KvAgentInitListPtr profiles = loader.getKvAgentInits();
+
+    ASSERT_EQ(profiles->size(), 2u);
+    const KvAgentInit& first = *(*profiles)[0];
+    EXPECT_EQ(first.id, "/kvtest/hello");
+    EXPECT_EQ(first.name, "HelloAccessory");
+    EXPECT_EQ(first.role, KV_ROLE_PROVIDER);
+    EXPECT_EQ(first.serviceLimit, KV_SERVICE_LIMIT_ONE_ACCESSORY);
+    EXPECT_EQ(first.serviceTimeout, 10);
+    EXPECT_EQ(first.transportTypes, std::vector<KvTransportType>{KV_TRANSPORT_BT});
+    ASSERT_EQ(first.channels.size(), 1u);
+    EXPECT_EQ(first.channels[0].id, 104);
+    EXPECT_EQ(first.channels[0].dataRate, KV_DATA_RATE_LOW);
+    EXPECT_EQ(first.channels[0].priority, KV_PRIORITY_LOW);
+    EXPECT_EQ(first.channels[0].reliability, KV_RELIABILITY_ENABLE);
+    const KvAgentInit& second = *(*profiles)[1];
+    EXPECT_EQ(second.role, KV_ROLE_CONSUMER);
+    EXPECT_EQ(second.serviceTimeout, 30);
+
+    EXPECT_EQ(loader.getKvAgentInits(), profiles);
+    EXPECT_TRUE(pluginMessages(capture).empty());
+}
+
+TEST_F(ProfileLoaderDeviceTest, PathIsTheDevicePathOfTheFileInThePackage) {
+    installAndRun("kvtest01.ProfileTest", kLocationMetadata);
+    const std::string path = TestLoader().getServiceProfilePath();
+    EXPECT_EQ(path, "/opt/usr/apps/kvtest01/res/wgt/res/xml/accessoryservices.xml");
+    std::ifstream file(path);
+    EXPECT_TRUE(file.good()) << path;
+}
+
+TEST_F(ProfileLoaderDeviceTest, AppWithoutTheLocationMetadataHasNoProfiles) {
+    installAndRun("kvtest01.NoProfile", R"(<metadata key="http://example.org/other" value="x"/>)");
+    DlogCapture capture;
+    KvAgentInitListPtr profiles = KvServiceProfileLoader().getKvAgentInits();
+    EXPECT_TRUE(profiles->empty());
+    EXPECT_EQ(pluginMessages(capture), std::vector<std::string>{"xmlPath is wrong!"});
+}
+
+TEST_F(ProfileLoaderDeviceTest, ProcessThatRunsNoAppHasNoProfiles) {
+    DlogCapture capture;
+    KvAgentInitListPtr profiles = KvServiceProfileLoader().getKvAgentInits();
+    EXPECT_TRUE(profiles->empty());
+    EXPECT_EQ(pluginMessages(capture),
+              (std::vector<std::string>{"Fail to get appid", "xmlPath is wrong!"}));
+}
+
+TEST_F(ProfileLoaderDeviceTest, LocationNamingAMissingFileIsAnUnreadableProfile) {
+    installAndRun("kvtest01.Missing",
+                  R"(<metadata key="AccessoryServicesLocation" value="res/xml/none.xml"/>)");
+    DlogCapture capture;
+    KvAgentInitListPtr profiles = KvServiceProfileLoader().getKvAgentInits();
+    EXPECT_TRUE(profiles->empty());
+    EXPECT_EQ(pluginMessages(capture), std::vector<std::string>{"Failed to open xml file."});
+}
+
+int main(int argc, char** argv) {
+    testing::InitGoogleTest(&argc, argv);
+    // A device of this run's own; entering it must come before any thread.
+    std::string folder = testing::TempDir() + "kv-profile-device-XXXXXX";
+    if (mkdtemp(folder.data()) == nullptr) {
+        perror("mkdtemp");
+        return 1;
+    }
+    try {
+        Kv::Device::select(folder);
+        Kv::Device::enter();
+    } catch (const std::exception& error) {
+        std::fprintf(stderr, "cannot enter the test device %s: %s\n", folder.c_str(), error.what());
+        std::filesystem::remove_all(folder);
+        return 1;
+    }
+    const int result = RUN_ALL_TESTS();
+    std::filesystem::remove_all(folder);
+    return result;
+}
