@@ -70,11 +70,11 @@ public:
     WeakSockets sockets;
 
     void onRegisterServiceAgent(unsigned long id) override {
-        calls.push_back("onRegisterServiceAgent:" + std::to_string(id));
+        record("onRegisterServiceAgent:" + std::to_string(id));
         KvAgent::onRegisterServiceAgent(id);
     }
     void onRegisterServiceFailed() override {
-        calls.push_back("onRegisterServiceFailed");
+        record("onRegisterServiceFailed");
         KvAgent::onRegisterServiceFailed();
     }
     void onDeviceAttached() override {
@@ -142,6 +142,17 @@ public:
     bool acceptInRequest = false;
     bool rejectInRequest = false;
     KvFileTransferPtr recordingTransfer;
+    // When set, registration outcomes of several agents are also written
+    // here as "<profile id> <call>", in the order they arrive.
+    std::vector<std::string>* journal = nullptr;
+
+private:
+    void record(const std::string& call) {
+        calls.push_back(call);
+        if (journal != nullptr) {
+            journal->push_back(getId() + " " + call);
+        }
+    }
 };
 
 // A file transfer that records the bridge's notifications.

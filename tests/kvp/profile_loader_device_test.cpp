@@ -4,9 +4,6 @@
 // the device path ("/opt/usr/apps/<package>/res/wgt/..."). The program enters
 // the device at the start of main, before any thread is made, so that the
 // device paths are real for it.
-//
-// The test needs the device library (kv-device) on the test program's link
-// line; without it the tests are skipped.
 #include <KvServiceProfileLoader.h>
 #include <dlog-capture.h>
 
@@ -21,8 +18,7 @@
 
 #include "fake_appfw.h"
 
-#include <kv-device/AppRegistry.h>
-#include <kv-device/Device.h>
+#include "KvpTestDevice.h"
 
 using namespace DeviceAPI::KVP;
 
@@ -46,25 +42,6 @@ const char* const kProfile = R"(<?xml version="1.0" encoding="UTF-8"?>
   </application>
 </resources>
 )";
-
-// The app's description; `metadata` is the metadata element, if any.
-[[maybe_unused]] std::string appConfig(const std::string& appId, const std::string& metadata) {
-    return R"(<?xml version="1.0" encoding="UTF-8"?>
-<widget id="http://example.org/profile-test" version="1.0">
-  <name>Profile test</name>
-  <application id=")" +
-           appId + R"(" package="kvtest01"/>
-  )" + metadata +
-           R"(
-  <content src="main.js"/>
-</widget>
-)";
-}
-
-[[maybe_unused]] void writeFile(const std::filesystem::path& path, const std::string& content) {
-    std::filesystem::create_directories(path.parent_path());
-    std::ofstream(path) << content;
-}
 
 // Lines that the plug-in logged (the platform libraries log under their own
 // tags), without their source prefix.
@@ -98,18 +75,13 @@ protected:
     // the profile above at res/xml/accessoryservices.xml, and registers this
     // process as running it.
     void installAndRun(const std::string& appId, const std::string& metadata) {
-        writeFile(appFolder + "/config.xml", appConfig(appId, metadata));
-        writeFile(appFolder + "/main.js", "");
-        writeFile(appFolder + "/res/xml/accessoryservices.xml", kProfile);
-        Kv::Device::installApp(appFolder);
-        Kv::Device::registerRunningApp(getpid(), appId);
+        KvpTestDevice::installAndRun(appFolder, appId, "kvtest01", metadata, kProfile);
     }
 
     std::string appFolder;
 };
 
-const char* const kLocationMetadata =
-    R"(<metadata key="AccessoryServicesLocation" value="res/xml/accessoryservices.xml"/>)";
+const char* const kLocationMetadata = KvpTestDevice::profileLocationMetadata();
 
 }  // namespace
 
@@ -173,23 +145,4 @@ TEST_F(ProfileLoaderDeviceTest, LocationNamingAMissingFileIsAnUnreadableProfile)
     EXPECT_EQ(pluginMessages(capture), std::vector<std::string>{"Failed to open xml file."});
 }
 
-int main(int argc, char** argv) {
-    testing::InitGoogleTest(&argc, argv);
-    // A device of this run's own; entering it must come before any thread.
-    std::string folder = testing::TempDir() + "kv-profile-device-XXXXXX";
-    if (mkdtemp(folder.data()) == nullptr) {
-        perror("mkdtemp");
-        return 1;
-    }
-    try {
-        Kv::Device::select(folder);
-        Kv::Device::enter();
-    } catch (const std::exception& error) {
-        std::fprintf(stderr, "cannot enter the test device %s: %s\n", folder.c_str(), error.what());
-        std::filesystem::remove_all(folder);
-        return 1;
-    }
-    const int result = RUN_ALL_TESTS();
-    std::filesystem::remove_all(folder);
-    return result;
-}
+int main(int argc, char** argv) { return KvpTestDevice::runTestsInOwnDevice(argc, argv); }

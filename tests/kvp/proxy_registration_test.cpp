@@ -73,6 +73,8 @@ TEST_F(ProxyRegistrationTest, ThreeQueuedAgentsRegisterOneAtATimeInQueueOrder) {
     auto first = agent("first");
     auto second = agent("second", KV_ROLE_CONSUMER);
     auto third = agent("third");
+    std::vector<std::string> journal;
+    first->journal = second->journal = third->journal = &journal;
     proxy().registerServiceAgent(first, first->getAgentInit());
     proxy().registerServiceAgent(second, second->getAgentInit());
     proxy().registerServiceAgent(third, third->getAgentInit());
@@ -92,6 +94,9 @@ TEST_F(ProxyRegistrationTest, ThreeQueuedAgentsRegisterOneAtATimeInQueueOrder) {
 
     EXPECT_TRUE(first->calls.empty()) << "a registration success is posted, never direct";
     drainLoop();
+    EXPECT_EQ(journal, (std::vector<std::string>{"first onRegisterServiceAgent:11",
+                                                 "second onRegisterServiceAgent:12",
+                                                 "third onRegisterServiceAgent:13"}));
     EXPECT_EQ(first->calls, std::vector<std::string>{"onRegisterServiceAgent:11"});
     EXPECT_EQ(second->calls, std::vector<std::string>{"onRegisterServiceAgent:12"});
     EXPECT_EQ(third->calls, std::vector<std::string>{"onRegisterServiceAgent:13"});
