@@ -69,49 +69,53 @@ std::string KvFileTransfer::destinationOf(const std::string& savePath,
     return defaultFilePath + fileName;
 }
 
-void KvFileTransfer::OnRequestReceived(
-    const DPL::SharedPtr<EventKvFileTransferReceiveFile>& event) {
-    LoggerI("called");
+template <class Event>
+bool KvFileTransfer::takeOffer(const DPL::SharedPtr<Event>& event, std::string& fileName) {
     const auto offered = receiveFileNames.find(event->transferId);
     if (offered == receiveFileNames.end()) {
         LoggerE("no transfer Id");
         event->setExceptionCode(ExceptionCodes::NotFoundException);
-        return;
+        return false;
     }
-    const std::string fileName = offered->second;
+    fileName = offered->second;
     receiveFileNames.erase(offered);
-    const std::string destination = destinationOf(event->savePath, fileName);
-    if (destination.empty()) {
-        event->setExceptionCode(ExceptionCodes::InvalidArgumentException);
-        return;
-    }
+    return true;
+}
+
+template <class Event>
+void KvFileTransfer::answerOffer(const DPL::SharedPtr<Event>& event, const std::string& destination,
+                                 bool accept, const char* failure) {
     const bool refused = KvProxySingleton::Instance().receiveFile(
-        shared_from_this(), event->transferId, destination, true);
+        shared_from_this(), event->transferId, destination, accept);
     if (refused) {
-        LoggerW("receiveFile failed");
+        LoggerW(failure);
         event->setExceptionCode(ExceptionCodes::PlatformException);
         return;
     }
     event->setExceptionCode(ExceptionCodes::None);
 }
 
+void KvFileTransfer::OnRequestReceived(
+    const DPL::SharedPtr<EventKvFileTransferReceiveFile>& event) {
+    LoggerI("called");
+    std::string fileName;
+    if (!takeOffer(event, fileName)) {
+        return;
+    }
+    const std::string destination = destinationOf(event->savePath, fileName);
+    if (destination.empty()) {
+        event->setExceptionCode(ExceptionCodes::InvalidArgumentException);
+        return;
+    }
+    answerOffer(event, destination, true, "receiveFile failed");
+}
+
 void KvFileTransfer::OnRequestReceived(const DPL::SharedPtr<EventKvFileTransferRejectFile>& event) {
     LoggerI("called");
-    const auto offered = receiveFileNames.find(event->transferId);
-    if (offered == receiveFileNames.end()) {
-        LoggerE("no transfer Id");
-        event->setExceptionCode(ExceptionCodes::NotFoundException);
-        return;
+    std::string fileName;
+    if (takeOffer(event, fileName)) {
+        answerOffer(event, "", false, "rejectFile failed");
     }
-    receiveFileNames.erase(offered);
-    const bool refused =
-        KvProxySingleton::Instance().receiveFile(shared_from_this(), event->transferId, "", false);
-    if (refused) {
-        LoggerW("rejectFile failed");
-        event->setExceptionCode(ExceptionCodes::PlatformException);
-        return;
-    }
-    event->setExceptionCode(ExceptionCodes::None);
 }
 
 void KvFileTransfer::OnRequestReceived(const DPL::SharedPtr<EventKvFileTransferCancelFile>& event) {

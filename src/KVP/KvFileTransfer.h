@@ -58,6 +58,15 @@ protected:
         const DPL::SharedPtr<EventKvFileTransferSetFileReceiveListener>& event) override;
 
 private:
+    // Takes the offer of the request's transfer id out of the offers; an id
+    // never offered, or already answered, fails the request with code 18.
+    template <class Event>
+    bool takeOffer(const DPL::SharedPtr<Event>& event, std::string& fileName);
+    // Hands the answer to an offer to the bridge; a refusal logs `failure`
+    // and fails the request with code 5.
+    template <class Event>
+    void answerOffer(const DPL::SharedPtr<Event>& event, const std::string& destination,
+                     bool accept, const char* failure);
     // The destination of an accepted file, or "" (logged) when `savePath` is not a usable URI.
     std::string destinationOf(const std::string& savePath, const std::string& fileName) const;
     void emitSend(const DPL::SharedPtr<EventInfoFileSend>& info);

@@ -43,6 +43,23 @@ inline std::string appConfig(const std::string& appId, const std::string& packag
 )";
 }
 
+// A service profile of two entries: a provider with one transport and one
+// channel, and a consumer with nothing but its role.
+inline const char* exampleProfile() {
+    return R"(<?xml version="1.0" encoding="UTF-8"?>
+<resources>
+  <application name="Example">
+    <serviceProfile id="/kvtest/hello" name="HelloAccessory" role="provider"
+                    serviceLimit="one_accessory" serviceTimeout="10">
+      <supportedTransports><transport type="transport_bt"/></supportedTransports>
+      <serviceChannel id="104" dataRate="low" priority="low" reliability="enable"/>
+    </serviceProfile>
+    <serviceProfile role="consumer"/>
+  </application>
+</resources>
+)";
+}
+
 // The metadata element that points at res/xml/accessoryservices.xml.
 inline const char* profileLocationMetadata() {
     return R"(<metadata key="AccessoryServicesLocation" value="res/xml/accessoryservices.xml"/>)";

@@ -13,18 +13,7 @@ using namespace KvpTest;
 
 namespace {
 
-const char* const kExampleProfile = R"(<?xml version="1.0" encoding="UTF-8"?>
-<resources>
-  <application name="Example">
-    <serviceProfile id="/example/hello" name="HelloAccessory" role="provider"
-                    serviceLimit="one_accessory" serviceTimeout="10">
-      <supportedTransports><transport type="transport_bt"/></supportedTransports>
-      <serviceChannel id="104" dataRate="low" priority="low" reliability="enable"/>
-    </serviceProfile>
-    <serviceProfile role="consumer"/>
-  </application>
-</resources>
-)";
+const char* const kExampleProfile = KvpTestDevice::exampleProfile();
 
 const char* const kInstalledProfile = "/opt/usr/apps/kvmgr01/res/wgt/res/xml/accessoryservices.xml";
 
@@ -68,7 +57,7 @@ TEST_F(ManagerDeviceTest, ExampleProfileYieldsItsTwoAgents) {
     ASSERT_EQ(answer->error, nullptr);
     ASSERT_EQ(answer->agents->size(), 2u);
     const KvAgentInitPtr& first = answer->agents->at(0)->getAgentInit();
-    EXPECT_EQ(first->id, "/example/hello");
+    EXPECT_EQ(first->id, "/kvtest/hello");
     EXPECT_EQ(first->name, "HelloAccessory");
     EXPECT_EQ(first->role, KV_ROLE_PROVIDER);
     EXPECT_EQ(first->serviceLimit, KV_SERVICE_LIMIT_ONE_ACCESSORY);
@@ -107,7 +96,7 @@ TEST_F(ManagerDeviceTest, SuccessfulRequestsAnswerTheSameAgentsInProfileOrder) {
     const auto second = requestAgents();
     ASSERT_EQ(second->error, nullptr);
     EXPECT_EQ(first->agents, second->agents) << "the same shared list, agents made once";
-    EXPECT_EQ(second->agents->at(0)->getId(), "/example/hello");
+    EXPECT_EQ(second->agents->at(0)->getId(), "/kvtest/hello");
 }
 
 TEST_F(ManagerDeviceTest, AgentListIsHandedToTheBridgeForAttach) {

@@ -30,18 +30,7 @@ public:
     using KvServiceProfileLoader::getServiceProfilePath;
 };
 
-const char* const kProfile = R"(<?xml version="1.0" encoding="UTF-8"?>
-<resources>
-  <application name="ProfileTest">
-    <serviceProfile id="/kvtest/hello" name="HelloAccessory" role="provider"
-                    serviceLimit="one_accessory" serviceTimeout="10">
-      <supportedTransports><transport type="transport_bt"/></supportedTransports>
-      <serviceChannel id="104" dataRate="low" priority="low" reliability="enable"/>
-    </serviceProfile>
-    <serviceProfile role="consumer"/>
-  </application>
-</resources>
-)";
+const char* const kProfile = KvpTestDevice::exampleProfile();
 
 // Lines that the plug-in logged (the platform libraries log under their own
 // tags), without their source prefix.
