@@ -122,8 +122,14 @@ const JSClassDefinition* JSWebAPIError::getClassInfo() {
 }
 
 JSClassRef JSWebAPIError::getClassRef() {
-    static const JSClassRef classRef = JSClassCreate(getClassInfo());
-    return classRef;
+    // Released when the library is unloaded, so a runtime that closes the
+    // plug-ins using it leaves nothing behind.
+    struct ClassRecord {
+        JSClassRef ref = JSClassCreate(getClassInfo());
+        ~ClassRecord() { JSClassRelease(ref); }
+    };
+    static const ClassRecord record;
+    return record.ref;
 }
 
 bool JSWebAPIError::isObjectOfClass(JSContextRef context, JSValueRef value) {
