@@ -21,7 +21,7 @@ namespace {
 
 // The service's path of a URI, or "" after logging "Invalid file scheme".
 std::string pathOfUri(const std::string& uri) {
-    const std::string path = isValidFileUri(uri) ? convertUriToPath(uri) : std::string();
+    std::string path = isValidFileUri(uri) ? convertUriToPath(uri) : std::string();
     if (path.empty()) {
         LoggerW("Invalid file scheme");
     }
