@@ -1,0 +1,142 @@
+// The client library's C interface: notification tables, agents,
+// discovery, connections and data.
+#include <kvp-client-stub-api.h>
+
+#include "ClientCall.h"
+
+using Kv::Accessory::callService;
+using Kv::Accessory::EventDispatcher;
+using Kv::Accessory::ServiceClient;
+using Kv::Accessory::toWirePeer;
+namespace wire = kv::accessory::wire;
+
+extern "C" {
+
+int isKvpConnected(void) {
+    try {
+        return ServiceClient::instance().attached() ? 1 : 0;
+    } catch (...) {
+        return 0;
+    }
+}
+
+int registerNotifications(kvp_notifications_t notifications) {
+    try {
+        ServiceClient::instance().dispatcher().setNotifications(notifications);
+        return KVP_SUCCESS;
+    } catch (...) {
+        return KVP_ERROR_GENERAL;
+    }
+}
+
+void registerFTNotifications(kvp_ft_notifications_t notifications) {
+    try {
+        ServiceClient::instance().dispatcher().setFileNotifications(notifications);
+    } catch (...) {
+        LoggerE("cannot keep the file-transfer notifications");
+    }
+}
+
+int deregisterNotifications(void) {
+    try {
+        ServiceClient::instance().dispatcher().clear();
+        return KVP_SUCCESS;
+    } catch (...) {
+        return KVP_ERROR_GENERAL;
+    }
+}
+
+int getRegisteredServiceAgent(char* profileId, int isConsumer) {
+    if (profileId == nullptr || profileId[0] == '\0') {
+        return KVP_ERROR_INVALID;
+    }
+    return callService([&](wire::Request& request) {
+        request.mutable_register_agent()->set_profile_id(profileId);
+        request.mutable_register_agent()->set_consumer(isConsumer != 0);
+    });
+}
+
+int deRegisterServiceAgent(unsigned int agentId) {
+    return callService(
+        [&](wire::Request& request) { request.mutable_deregister_agent()->set_agent_id(agentId); });
+}
+
+int findPeerAgent(unsigned int agentId) {
+    return callService(
+        [&](wire::Request& request) { request.mutable_find_peers()->set_agent_id(agentId); });
+}
+
+int createServiceConnection(unsigned int agentId, const kvp_peer_agent_t* peer) {
+    if (peer == nullptr) {
+        return KVP_ERROR_INVALID;
+    }
+    return callService([&](wire::Request& request) {
+        request.mutable_create_connection()->set_agent_id(agentId);
+        *request.mutable_create_connection()->mutable_peer() = toWirePeer(*peer);
+    });
+}
+
+static int answerConnection(unsigned int agentId, unsigned int connectionId, bool accept) {
+    const int result = callService([&](wire::Request& request) {
+        auto* answer =
+            accept ? request.mutable_accept_connection() : request.mutable_reject_connection();
+        answer->set_agent_id(agentId);
+        answer->set_connection_id(connectionId);
+    });
+    if (result == KVP_SUCCESS && accept) {
+        ServiceClient::instance().trackConnection(connectionId);
+    }
+    return result;
+}
+
+int acceptServiceConnection(unsigned int agentId, unsigned int connectionId,
+                            const kvp_peer_agent_t* /*peer*/) {
+    return answerConnection(agentId, connectionId, true);
+}
+
+int rejectServiceConnection(unsigned int agentId, unsigned int connectionId,
+                            const kvp_peer_agent_t* /*peer*/) {
+    return answerConnection(agentId, connectionId, false);
+}
+
+int terminateServiceConnection(unsigned int connectionId) {
+    return callService([&](wire::Request& request) {
+        request.mutable_terminate_connection()->set_connection_id(connectionId);
+    });
+}
+
+static int send(unsigned int connectionId, unsigned short channelId, unsigned int length,
+                const char* data, bool secure) {
+    if (data == nullptr && length > 0) {
+        return KVP_ERROR_INVALID;
+    }
+    return callService([&](wire::Request& request) {
+        auto* send = request.mutable_send_data();
+        send->set_connection_id(connectionId);
+        send->set_channel_id(channelId);
+        send->set_data(data != nullptr ? std::string(data, length) : std::string());
+        send->set_secure(secure);
+    });
+}
+
+int sendData(unsigned int connectionId, unsigned short channelId, unsigned int length,
+             const char* data) {
+    return send(connectionId, channelId, length, data, false);
+}
+
+int sendSecureData(unsigned int connectionId, unsigned short channelId, unsigned int length,
+                   const char* data) {
+    return send(connectionId, channelId, length, data, true);
+}
+
+int authenticatePeerAgent(unsigned int agentId, const kvp_peer_agent_t* peer) {
+    if (peer == nullptr) {
+        return KVP_ERROR_INVALID;
+    }
+    return callService([&](wire::Request& request) {
+        request.mutable_authenticate()->set_agent_id(agentId);
+        *request.mutable_authenticate()->mutable_peer() = toWirePeer(*peer);
+    });
+}
+
+}  // extern "C"

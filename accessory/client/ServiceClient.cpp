@@ -1,0 +1,232 @@
+#include "ServiceClient.h"
+
+#include <Logger.h>
+#include <kv-device/Device.h>
+
+namespace Kv {
+namespace Accessory {
+
+namespace {
+
+constexpr std::chrono::seconds kReplyTimeout(5);
+constexpr double kFirstBackoff = 0.1;
+constexpr double kLongestBackoff = 2.0;
+
+}  // namespace
+
+ServiceClient& ServiceClient::instance() {
+    // Never destroyed: ecore may be gone by the time static objects are.
+    static ServiceClient* client = new ServiceClient();
+    return *client;
+}
+
+ServiceClient::ServiceClient() : m_backoff(kFirstBackoff) { ecore_init(); }
+
+bool ServiceClient::attached() {
+    ensureConnected();
+    return m_connection && m_attached;
+}
+
+bool ServiceClient::ensureConnected() {
+    if (m_connection) {
+        return true;
+    }
+    if (m_reconnectTimer != nullptr) {
+        return false;  // the timer tries again; a loss has been reported
+    }
+    try {
+        connect(false);
+        return true;
+    } catch (const std::exception& error) {
+        LoggerW(error.what());
+        scheduleReconnect();
+        return false;
+    }
+}
+
+void ServiceClient::connect(bool announce) {
+    m_connection = std::make_unique<DaemonConnection>(Device::accessorySocket());
+    m_fdHandler = ecore_main_fd_handler_add(m_connection->fd(), ECORE_FD_READ, onReadable, this,
+                                            nullptr, nullptr);
+    wire::Request request;
+    request.mutable_hello()->set_version(kProtocolVersion);
+    std::optional<wire::Reply> reply = call(request);
+    if (!reply || reply->result() != 0) {
+        lose("the service refused the hello");
+        throw std::runtime_error("no session with the accessory service");
+    }
+    m_backoff = kFirstBackoff;
+    m_deviceType = reply->device_type();
+    m_attached = reply->attached();
+    LoggerI("session with the accessory service opened; device "
+            << (m_attached ? "attached" : "detached"));
+    if (announce && m_attached) {
+        wire::Event event;
+        event.mutable_device_status()->set_device_type(m_deviceType);
+        event.mutable_device_status()->set_status(1);
+        m_pending.push_back(event);
+        scheduleDispatch();
+    }
+}
+
+std::optional<wire::Reply> ServiceClient::call(wire::Request request) {
+    if (!request.has_hello() && !ensureConnected()) {
+        return std::nullopt;
+    }
+    const std::uint32_t serial = m_nextSerial++;
+    request.set_serial(serial);
+    wire::ClientMessage message;
+    *message.mutable_request() = std::move(request);
+    const auto deadline = std::chrono::steady_clock::now() + kReplyTimeout;
+    std::optional<wire::Reply> reply;
+    try {
+        m_connection->write(encodeFrame(message), deadline);
+        for (;;) {
+            while (std::optional<wire::ServiceMessage> received = m_connection->next()) {
+                accept(std::move(*received), serial, reply);
+            }
+            if (reply) {
+                break;
+            }
+            if (!m_connection->waitReadable(deadline)) {
+                throw std::runtime_error("the service did not answer in time");
+            }
+            m_connection->readAvailable();
+        }
+    } catch (const std::exception& error) {
+        lose(error.what());
+        return std::nullopt;
+    }
+    scheduleDispatch();
+    return reply;
+}
+
+void ServiceClient::accept(wire::ServiceMessage message, std::uint32_t awaited,
+                           std::optional<wire::Reply>& reply) {
+    if (message.has_event()) {
+        queue(std::move(*message.mutable_event()));
+    } else if (message.reply().serial() == awaited) {
+        reply = std::move(*message.mutable_reply());
+    } else {
+        LoggerW("dropped a reply to request " << message.reply().serial());
+    }
+}
+
+void ServiceClient::queue(wire::Event event) {
+    observe(event);
+    m_pending.push_back(std::move(event));
+}
+
+void ServiceClient::observe(const wire::Event& event) {
+    if (event.has_device_status()) {
+        m_attached = event.device_status().status() == 1;
+    } else if (event.has_create_confirm() && event.create_confirm().status() == 0) {
+        m_connections.insert(event.create_confirm().connection_id());
+    } else if (event.has_terminated()) {
+        m_connections.erase(event.terminated().connection_id());
+    }
+}
+
+void ServiceClient::takeMessages() {
+    try {
+        m_connection->readAvailable();
+        std::optional<wire::Reply> stray;
+        while (std::optional<wire::ServiceMessage> received = m_connection->next()) {
+            accept(std::move(*received), 0, stray);
+        }
+    } catch (const std::exception& error) {
+        lose(error.what());
+    }
+}
+
+void ServiceClient::lose(const std::string& reason) {
+    if (!m_connection) {
+        return;
+    }
+    LoggerW("lost the accessory service: " << reason);
+    if (m_fdHandler != nullptr) {
+        ecore_main_fd_handler_del(m_fdHandler);
+        m_fdHandler = nullptr;
+    }
+    m_connection.reset();
+    for (std::uint32_t connectionId : m_connections) {
+        wire::Event event;
+        event.mutable_terminated()->set_connection_id(connectionId);
+        event.mutable_terminated()->set_reason(1);
+        m_pending.push_back(event);
+    }
+    m_connections.clear();
+    if (m_attached) {
+        wire::Event event;
+        event.mutable_device_status()->set_device_type(m_deviceType);
+        event.mutable_device_status()->set_status(0);
+        m_pending.push_back(event);
+    }
+    m_attached = false;
+    scheduleDispatch();
+    scheduleReconnect();
+}
+
+void ServiceClient::scheduleReconnect() {
+    if (m_reconnectTimer == nullptr) {
+        m_reconnectTimer = ecore_timer_add(m_backoff, onReconnect, this);
+        m_backoff = std::min(m_backoff * 2, kLongestBackoff);
+    }
+}
+
+void ServiceClient::scheduleDispatch() {
+    if (!m_pending.empty() && !m_dispatching && m_idler == nullptr) {
+        m_idler = ecore_idler_add(onIdle, this);
+    }
+}
+
+void ServiceClient::dispatchPending() {
+    if (m_dispatching) {
+        return;
+    }
+    m_dispatching = true;
+    while (!m_pending.empty()) {
+        const wire::Event event = std::move(m_pending.front());
+        m_pending.pop_front();
+        m_dispatcher.deliver(event);
+    }
+    m_dispatching = false;
+}
+
+Eina_Bool ServiceClient::onReadable(void* data, Ecore_Fd_Handler*) {
+    auto* client = static_cast<ServiceClient*>(data);
+    try {
+        client->takeMessages();
+        client->dispatchPending();
+    } catch (const std::exception& error) {
+        LoggerE("event delivery failed: " << error.what());
+    }
+    return client->m_fdHandler != nullptr ? ECORE_CALLBACK_RENEW : ECORE_CALLBACK_CANCEL;
+}
+
+Eina_Bool ServiceClient::onReconnect(void* data) {
+    auto* client = static_cast<ServiceClient*>(data);
+    client->m_reconnectTimer = nullptr;
+    try {
+        client->connect(true);
+    } catch (const std::exception& error) {
+        LoggerI("accessory service not back yet: " << error.what());
+        client->m_connection.reset();
+        client->scheduleReconnect();
+    }
+    return ECORE_CALLBACK_CANCEL;
+}
+
+Eina_Bool ServiceClient::onIdle(void* data) {
+    auto* client = static_cast<ServiceClient*>(data);
+    client->m_idler = nullptr;
+    try {
+        client->dispatchPending();
+    } catch (const std::exception& error) {
+        LoggerE("event delivery failed: " << error.what());
+    }
+    return ECORE_CALLBACK_CANCEL;
+}
+
+}  // namespace Accessory
+}  // namespace Kv

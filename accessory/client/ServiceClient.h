@@ -1,0 +1,81 @@
+// The client library's one session with its device's accessory service.
+//
+// Requests are synchronous: the request goes out and the call waits (up to a
+// bound) for its reply. Events that arrive meanwhile, or later on the ecore
+// fd handler of the socket, are queued and delivered one at a time on the
+// main loop, never inside the request call that caused them.
+//
+// When the daemon goes away, every connection the app knows ends with reason
+// 1 (device detached) and the device is reported detached; the library then
+// reconnects with a growing pause and reports the device attached again
+// when the service it finds is linked.
+#ifndef KVP_CLIENT_SERVICE_CLIENT_H
+#define KVP_CLIENT_SERVICE_CLIENT_H
+
+#include <Ecore.h>
+
+#include <deque>
+#include <memory>
+#include <optional>
+#include <set>
+
+#include "DaemonConnection.h"
+#include "EventDispatcher.h"
+
+namespace Kv {
+namespace Accessory {
+
+class ServiceClient {
+public:
+    // The process's client, made on first use and kept until the process ends.
+    static ServiceClient& instance();
+
+    // Sends a request and returns its reply, or nothing when the service
+    // can't be reached or does not answer in time.
+    std::optional<wire::Reply> call(wire::Request request);
+
+    // Whether the service is reachable and linked with the paired device.
+    bool attached();
+
+    EventDispatcher& dispatcher() { return m_dispatcher; }
+
+    // Connections that the app holds, ended locally if the service is lost.
+    void trackConnection(std::uint32_t connectionId) { m_connections.insert(connectionId); }
+
+private:
+    ServiceClient();
+
+    bool ensureConnected();
+    void connect(bool announce);
+    void lose(const std::string& reason);
+    void scheduleReconnect();
+    void takeMessages();
+    void accept(wire::ServiceMessage message, std::uint32_t awaited,
+                std::optional<wire::Reply>& reply);
+    void observe(const wire::Event& event);
+    void queue(wire::Event event);
+    void scheduleDispatch();
+    void dispatchPending();
+
+    static Eina_Bool onReadable(void* data, Ecore_Fd_Handler* handler);
+    static Eina_Bool onReconnect(void* data);
+    static Eina_Bool onIdle(void* data);
+
+    std::unique_ptr<DaemonConnection> m_connection;
+    Ecore_Fd_Handler* m_fdHandler = nullptr;
+    Ecore_Timer* m_reconnectTimer = nullptr;
+    Ecore_Idler* m_idler = nullptr;
+    double m_backoff;
+    EventDispatcher m_dispatcher;
+    std::deque<wire::Event> m_pending;
+    std::set<std::uint32_t> m_connections;
+    std::uint32_t m_nextSerial = 1;
+    int m_deviceType = 32;
+    bool m_attached = false;
+    bool m_dispatching = false;
+};
+
+}  // namespace Accessory
+}  // namespace Kv
+
+#endif

@@ -1,0 +1,39 @@
+// The daemon's Unix socket, where the device's apps (and the tools) open
+// their sessions. The socket file is readable and writable by its owner only;
+// a connecting process must run as the same user, and its app is found
+// through the device's table of running apps.
+#ifndef KV_ACCESSORYD_CLIENT_SERVER_H
+#define KV_ACCESSORYD_CLIENT_SERVER_H
+
+#include <asio.hpp>
+#include <string>
+
+#include "Service.h"
+
+namespace Kv {
+namespace Accessory {
+
+class ClientServer {
+public:
+    ClientServer(asio::io_context& io, Service& service, std::string path);
+
+    // Binds and listens. Throws std::runtime_error when the path is too long,
+    // another daemon already serves it, or the socket can't be made.
+    void start();
+    // Stops accepting and removes the socket file.
+    void stop();
+
+private:
+    void accept();
+    void admit(asio::local::stream_protocol::socket socket);
+
+    asio::io_context& m_io;
+    Service& m_service;
+    std::string m_path;
+    asio::local::stream_protocol::acceptor m_acceptor;
+};
+
+}  // namespace Accessory
+}  // namespace Kv
+
+#endif

@@ -1,0 +1,182 @@
+// One framed session over an Asio stream socket: reads frames into payloads
+// for a handler and writes queued frames in priority order. Used for the
+// sessions with applications (Unix socket) and for the device link (TCP).
+//
+// A session ends once, through close(): the socket is closed, the reason is
+// logged and the close handler runs. A frame that breaks the wire format
+// ends only the session it arrived on.
+#ifndef KV_ACCESSORYD_FRAMED_CHANNEL_H
+#define KV_ACCESSORYD_FRAMED_CHANNEL_H
+
+#include <Logger.h>
+#include <kv-accessory/Codec.h>
+
+#include <array>
+#include <asio.hpp>
+#include <deque>
+#include <functional>
+#include <memory>
+#include <string>
+
+namespace Kv {
+namespace Accessory {
+
+// Write priorities: control messages first, then data by channel priority.
+enum Priority { kPriorityControl = 0, kPriorityHigh = 1, kPriorityMedium = 2, kPriorityLow = 3 };
+inline constexpr int kPriorityLevels = 4;
+
+template <typename Socket>
+class FramedChannel : public std::enable_shared_from_this<FramedChannel<Socket>> {
+public:
+    using PayloadHandler = std::function<void(const std::string& payload)>;
+    using CloseHandler = std::function<void(const std::string& reason)>;
+
+    FramedChannel(Socket socket, std::string name, std::size_t maxQueuedBytes)
+        : m_socket(std::move(socket)), m_name(std::move(name)), m_maxQueuedBytes(maxQueuedBytes) {}
+
+    // Starts reading; payloads and the end of the session go to the handlers.
+    void start(PayloadHandler onPayload, CloseHandler onClose) {
+        m_onPayload = std::move(onPayload);
+        m_onClose = std::move(onClose);
+        readMore();
+    }
+
+    // Queues one frame. Returns false, queuing nothing, when the session is
+    // closed or the queue already holds more than its bound.
+    bool send(std::string frame, int priority = kPriorityControl) {
+        if (m_closed || m_queuedBytes > m_maxQueuedBytes) {
+            return false;
+        }
+        m_queuedBytes += frame.size();
+        m_queues[static_cast<std::size_t>(priority)].push_back(std::move(frame));
+        writeNext();
+        return true;
+    }
+
+    // Encodes and queues a message; a message that can't be framed is logged
+    // and dropped.
+    bool sendMessage(const google::protobuf::MessageLite& message,
+                     int priority = kPriorityControl) {
+        try {
+            return send(encodeFrame(message), priority);
+        } catch (const ProtocolError& error) {
+            LoggerE(m_name << ": message not sent: " << error.what());
+            return false;
+        }
+    }
+
+    // Ends the session with a logged reason. Later calls do nothing.
+    void close(const std::string& reason) {
+        if (m_closed) {
+            return;
+        }
+        m_closed = true;
+        LoggerI(m_name << ": session closed: " << reason);
+        asio::error_code ignored;
+        // The queues stay until the channel goes: a write in flight may still
+        // refer to its frame until its cancelled completion has run.
+        m_socket.close(ignored);
+        CloseHandler onClose = std::move(m_onClose);
+        m_onClose = nullptr;
+        m_onPayload = nullptr;
+        if (onClose) {
+            onClose(reason);
+        }
+    }
+
+    bool closed() const { return m_closed; }
+    std::size_t queuedBytes() const { return m_queuedBytes; }
+    const std::string& name() const { return m_name; }
+    Socket& socket() { return m_socket; }
+
+private:
+    void readMore() {
+        auto self = this->shared_from_this();
+        m_socket.async_read_some(
+            asio::buffer(m_readBuffer),
+            [self](const asio::error_code& error, std::size_t size) { self->onRead(error, size); });
+    }
+
+    void onRead(const asio::error_code& error, std::size_t size) {
+        if (m_closed) {
+            return;
+        }
+        if (error) {
+            close(error == asio::error::eof ? "the other end closed" : error.message());
+            return;
+        }
+        try {
+            m_decoder.feed(m_readBuffer.data(), size);
+            while (!m_closed) {
+                std::optional<std::string> payload = m_decoder.next();
+                if (!payload) {
+                    break;
+                }
+                m_onPayload(*payload);
+            }
+        } catch (const ProtocolError& protocolError) {
+            close(std::string("protocol error: ") + protocolError.what());
+        } catch (const std::exception& error) {
+            close(std::string("internal error: ") + error.what());
+        }
+        if (!m_closed) {
+            readMore();
+        }
+    }
+
+    std::deque<std::string>* nextQueue() {
+        for (auto& queue : m_queues) {
+            if (!queue.empty()) {
+                return &queue;
+            }
+        }
+        return nullptr;
+    }
+
+    void writeNext() {
+        if (m_writing || m_closed) {
+            return;
+        }
+        std::deque<std::string>* queue = nextQueue();
+        if (queue == nullptr) {
+            return;
+        }
+        m_writing = true;
+        auto self = this->shared_from_this();
+        asio::async_write(m_socket, asio::buffer(queue->front()),
+                          [self, queue](const asio::error_code& error, std::size_t) {
+                              self->onWritten(error, *queue);
+                          });
+    }
+
+    void onWritten(const asio::error_code& error, std::deque<std::string>& queue) {
+        m_writing = false;
+        if (m_closed) {
+            return;
+        }
+        if (error) {
+            close("write failed: " + error.message());
+            return;
+        }
+        m_queuedBytes -= queue.front().size();
+        queue.pop_front();
+        writeNext();
+    }
+
+    Socket m_socket;
+    std::string m_name;
+    std::size_t m_maxQueuedBytes;
+    FrameDecoder m_decoder;
+    std::array<char, 64 * 1024> m_readBuffer{};
+    std::array<std::deque<std::string>, kPriorityLevels> m_queues;
+    std::size_t m_queuedBytes = 0;
+    bool m_writing = false;
+    bool m_closed = false;
+    PayloadHandler m_onPayload;
+    CloseHandler m_onClose;
+};
+
+}  // namespace Accessory
+}  // namespace Kv
+
+#endif

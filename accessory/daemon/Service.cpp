@@ -1,0 +1,386 @@
+#include "Service.h"
+
+#include <Logger.h>
+#include <kv-device/AppRegistry.h>
+#include <kvp-client-stub-api.h>
+#include <vconf.h>
+
+#include <sstream>
+
+namespace Kv {
+namespace Accessory {
+
+namespace {
+
+const char* const kConnStatusKey = "memory/private/kvp/conn_status";
+
+wire::Reply result(int code) {
+    wire::Reply reply;
+    reply.set_result(code);
+    return reply;
+}
+
+}  // namespace
+
+Service::Service(asio::io_context& io, std::string deviceName)
+    : m_io(io), m_deviceName(std::move(deviceName)) {
+    writeConnStatus(0);
+}
+
+SessionId Service::addSession(std::shared_ptr<ClientChannel> channel, const std::string& appId) {
+    const SessionId id = m_nextSession++;
+    m_sessions[id] = Session{std::move(channel), appId, false};
+    return id;
+}
+
+void Service::removeSession(SessionId id) {
+    std::vector<std::uint32_t> agents;
+    for (const auto& [agentId, agent] : m_agents) {
+        if (agent.session == id) {
+            agents.push_back(agentId);
+        }
+    }
+    for (std::uint32_t agentId : agents) {
+        dropAgent(agentId);
+    }
+    m_sessions.erase(id);
+}
+
+void Service::closeAll() {
+    std::vector<std::shared_ptr<ClientChannel>> channels;
+    for (auto& [id, session] : m_sessions) {
+        channels.push_back(session.channel);
+    }
+    for (auto& channel : channels) {
+        channel->close("the service stops");
+    }
+}
+
+void Service::handleRequest(SessionId id, const wire::Request& request) {
+    auto found = m_sessions.find(id);
+    if (found == m_sessions.end()) {
+        return;
+    }
+    std::shared_ptr<ClientChannel> channel = found->second.channel;
+    if (!found->second.greeted && !request.has_hello()) {
+        channel->close("the first request is not a hello");
+        return;
+    }
+    wire::ServiceMessage message;
+    *message.mutable_reply() = dispatch(id, found->second, request);
+    message.mutable_reply()->set_serial(request.serial());
+    if (!channel->sendMessage(message)) {
+        channel->close("the app does not read its replies");
+    }
+}
+
+wire::Reply Service::dispatch(SessionId id, Session& session, const wire::Request& request) {
+    using Body = wire::Request;
+    switch (request.body_case()) {
+        case Body::kHello:
+            return hello(session, request.hello());
+        case Body::kRegisterAgent:
+            return registerAgent(id, session, request.register_agent());
+        case Body::kDeregisterAgent:
+            return deregisterAgent(id, request.deregister_agent().agent_id());
+        case Body::kFindPeers:
+            return findPeers(id, request.find_peers().agent_id());
+        case Body::kCreateConnection:
+            return createConnection(id, request.create_connection());
+        case Body::kAcceptConnection:
+            return answerConnection(id, request.accept_connection(), true);
+        case Body::kRejectConnection:
+            return answerConnection(id, request.reject_connection(), false);
+        case Body::kTerminateConnection:
+            return terminateConnection(id, request.terminate_connection().connection_id());
+        case Body::kSendData:
+            return sendData(id, request.send_data());
+        case Body::kAuthenticate:
+            return authenticate(id, request.authenticate());
+        case Body::kPushFile:
+            return pushFile(id, request.push_file());
+        case Body::kReceiveFile:
+            return receiveFile(id, request.receive_file());
+        case Body::kCancelFile:
+            return cancelFile(id, request.cancel_file().transaction_id());
+        case Body::kGetAccessory:
+            return accessory(request.get_accessory().accessory_id());
+        case Body::kSetLink:
+            if (m_link != nullptr) {
+                m_link->setEnabled(request.set_link().enabled());
+            }
+            return result(KVP_SUCCESS);
+        case Body::kStatus:
+            return status();
+        default:
+            return result(KVP_ERROR_INVALID);
+    }
+}
+
+wire::Reply Service::hello(Session& session, const wire::Hello& hello) {
+    if (hello.version() != kProtocolVersion) {
+        // The reply still goes out, then the session ends.
+        std::shared_ptr<ClientChannel> channel = session.channel;
+        asio::post(m_io, [channel] { channel->close("the client speaks another version"); });
+        return result(KVP_ERROR_GENERAL);
+    }
+    session.greeted = true;
+    wire::Reply reply = result(KVP_SUCCESS);
+    reply.set_value(static_cast<std::int32_t>(kProtocolVersion));
+    reply.set_attached(linked());
+    reply.set_device_type(kLinkDeviceType);
+    return reply;
+}
+
+wire::Reply Service::registerAgent(SessionId id, Session& session,
+                                   const wire::RegisterAgent& request) {
+    if (request.profile_id().empty()) {
+        return result(KVP_ERROR_INVALID);
+    }
+    if (session.appId.empty()) {
+        LoggerW("registration refused: the process runs no app of this device");
+        return result(KVP_ERROR_GENERAL);
+    }
+    wire::Event event;
+    auto* confirm = event.mutable_register_confirm();
+    for (const auto& [agentId, agent] : m_agents) {
+        if (agent.session == id && agent.profile.id == request.profile_id()) {
+            confirm->set_agent_id(agentId);
+            notify(id, event);
+            return result(KVP_SUCCESS);
+        }
+    }
+    std::optional<ServiceProfile> profile = findAppProfile(session.appId, request.profile_id());
+    if (!profile) {
+        confirm->set_result(KVP_ERROR_INVALID);
+        notify(id, event);
+        return result(KVP_SUCCESS);
+    }
+    if (profile->consumer != request.consumer()) {
+        LoggerW("agent " << profile->id << ": the installed profile's role wins over the request");
+    }
+    Agent agent{m_nextAgent++, id, session.appId, *profile};
+    if (const auto app = Device::findApp(session.appId); app && !app->name.empty()) {
+        agent.appName = app->name;
+    }
+    m_agents[agent.id] = agent;
+    LoggerI("agent " << agent.id << " registered: " << session.appId << " " << profile->id);
+    confirm->set_agent_id(agent.id);
+    notify(id, event);
+    tellAgentChanged(agent, true);
+    return result(KVP_SUCCESS);
+}
+
+wire::Reply Service::deregisterAgent(SessionId id, std::uint32_t agentId) {
+    if (ownAgent(id, agentId) == nullptr) {
+        return result(KVP_ERROR_INVALID);
+    }
+    dropAgent(agentId);
+    wire::Event event;
+    event.mutable_deregister_confirm()->set_agent_id(agentId);
+    notify(id, event);
+    return result(KVP_SUCCESS);
+}
+
+void Service::dropAgent(std::uint32_t agentId) {
+    std::vector<std::uint32_t> connections;
+    for (const auto& [connectionId, connection] : m_connections) {
+        if (connection.agentId == agentId) {
+            connections.push_back(connectionId);
+        }
+    }
+    for (std::uint32_t connectionId : connections) {
+        endConnection(connectionId, 0, true);
+    }
+    dropTransfers(agentId);
+    for (auto search = m_searches.begin(); search != m_searches.end();) {
+        search = search->second.agentId == agentId ? m_searches.erase(search) : std::next(search);
+    }
+    auto agent = m_agents.find(agentId);
+    if (agent != m_agents.end()) {
+        tellAgentChanged(agent->second, false);
+        m_agents.erase(agent);
+        LoggerI("agent " << agentId << " gone");
+    }
+}
+
+wire::Reply Service::accessory(std::uint32_t accessoryId) const {
+    if (!linked() || accessoryId != m_linkSession) {
+        return result(KVP_ERROR_INVALID);
+    }
+    wire::Reply reply = result(KVP_SUCCESS);
+    auto* record = reply.mutable_accessory();
+    record->set_transport_type(kLinkTransportType);
+    record->set_max_data_size(static_cast<std::uint32_t>(kMaxDataSize));
+    record->set_device_address(m_link->describe());
+    record->set_product_id(m_link->peerName());
+    record->set_vendor_id("kv");
+    return reply;
+}
+
+wire::Reply Service::status() const {
+    std::ostringstream text;
+    text << "device: " << m_deviceName << "\n";
+    text << "link: " << (linked() ? "up" : "down");
+    if (m_link != nullptr) {
+        text << (m_link->enabled() ? "" : " (disabled)") << " " << m_link->describe();
+        if (linked()) {
+            text << " with " << m_link->peerName();
+        }
+    }
+    text << "\nsessions: " << m_sessions.size() << "\nagents: " << m_agents.size()
+         << "\nconnections: " << m_connections.size() << "\n";
+    wire::Reply reply = result(KVP_SUCCESS);
+    reply.set_attached(linked());
+    reply.set_status_text(text.str());
+    return reply;
+}
+
+void Service::onLinkUp(const std::string& peerName) {
+    ++m_linkSession;
+    LoggerI("device attached: " << peerName);
+    writeConnStatus(1);
+    wire::Event event;
+    event.mutable_device_status()->set_device_type(kLinkDeviceType);
+    event.mutable_device_status()->set_status(1);
+    notifyAll(event);
+}
+
+void Service::onLinkDown() {
+    LoggerI("device detached");
+    std::vector<std::uint32_t> connections;
+    for (const auto& [connectionId, connection] : m_connections) {
+        connections.push_back(connectionId);
+    }
+    for (std::uint32_t connectionId : connections) {
+        auto found = m_connections.find(connectionId);
+        if (found != m_connections.end() && found->second.state == ConnectionState::Asking) {
+            failAsking(found->second, 2);
+        } else {
+            endConnection(connectionId, 1, false);
+        }
+    }
+    for (auto& [searchId, search] : m_searches) {
+        wire::Event event;
+        event.mutable_peer_found()->set_agent_id(search.agentId);
+        event.mutable_peer_found()->set_status(1);
+        notifyAgent(search.agentId, event);
+    }
+    m_searches.clear();
+    std::vector<int> transfers;
+    for (const auto& [transactionId, transfer] : m_transfers) {
+        transfers.push_back(transactionId);
+    }
+    for (int transactionId : transfers) {
+        finishTransfer(transactionId, 5, -1);
+    }
+    writeConnStatus(0);
+    wire::Event event;
+    event.mutable_device_status()->set_device_type(kLinkDeviceType);
+    event.mutable_device_status()->set_status(0);
+    notifyAll(event);
+}
+
+void Service::onLinkMessage(const wire::LinkMessage& message) {
+    using Body = wire::LinkMessage;
+    switch (message.body_case()) {
+        case Body::kFindQuery:
+            return onFindQuery(message.find_query());
+        case Body::kFindAnswer:
+            return onFindAnswer(message.find_answer());
+        case Body::kAgentChanged:
+            return onAgentChanged(message.agent_changed());
+        case Body::kConnectQuery:
+            return onConnectQuery(message.connect_query());
+        case Body::kConnectReply:
+            return onConnectReply(message.connect_reply());
+        case Body::kData:
+            return onLinkData(message.data());
+        case Body::kClose:
+            return onLinkClose(message.close());
+        case Body::kFileOffer:
+            return onFileOffer(message.file_offer());
+        case Body::kFileAnswer:
+            return onFileAnswer(message.file_answer());
+        case Body::kFileChunk:
+            return onFileChunk(message.file_chunk());
+        case Body::kFileEnd:
+            return onFileEnd(message.file_end());
+        default:
+            LoggerW("link: ignored a message of kind " << message.body_case());
+    }
+}
+
+void Service::notify(SessionId id, wire::Event event) {
+    // Posted, so that the reply of the request being handled goes out first
+    // and events keep the order in which they were made.
+    asio::post(m_io, [this, id, event = std::move(event)] {
+        auto found = m_sessions.find(id);
+        if (found == m_sessions.end()) {
+            return;
+        }
+        wire::ServiceMessage message;
+        *message.mutable_event() = event;
+        std::shared_ptr<ClientChannel> channel = found->second.channel;
+        if (!channel->sendMessage(message)) {
+            channel->close("the app does not read its events");
+        }
+    });
+}
+
+void Service::notifyAgent(std::uint32_t agentId, wire::Event event) {
+    auto agent = m_agents.find(agentId);
+    if (agent != m_agents.end()) {
+        notify(agent->second.session, std::move(event));
+    }
+}
+
+void Service::notifyAll(wire::Event event) {
+    for (const auto& [id, session] : m_sessions) {
+        if (session.greeted) {
+            notify(id, event);
+        }
+    }
+}
+
+void Service::sendLink(const wire::LinkMessage& message, int priority) {
+    if (m_link != nullptr) {
+        m_link->send(message, priority);
+    }
+}
+
+void Service::writeConnStatus(int value) {
+    if (vconf_set_int(kConnStatusKey, value) != VCONF_OK) {
+        LoggerE("cannot write " << kConnStatusKey);
+    }
+}
+
+Service::Agent* Service::ownAgent(SessionId id, std::uint32_t agentId) {
+    auto found = m_agents.find(agentId);
+    return found != m_agents.end() && found->second.session == id ? &found->second : nullptr;
+}
+
+wire::RemoteAgent Service::describe(const Agent& agent) const {
+    wire::RemoteAgent remote;
+    remote.set_agent_id(agent.id);
+    remote.set_app_name(agent.appName);
+    remote.set_profile_id(agent.profile.id);
+    remote.set_profile_version(agent.profile.version);
+    remote.set_consumer(agent.profile.consumer);
+    return remote;
+}
+
+wire::PeerAgent Service::peerRecord(const wire::RemoteAgent& agent) const {
+    wire::PeerAgent peer;
+    peer.set_peer_agent_id(agent.agent_id());
+    peer.set_accessory_id(m_linkSession);
+    peer.set_peer_id(std::to_string(agent.agent_id()));
+    peer.set_app_name(agent.app_name());
+    peer.set_profile_id(agent.profile_id());
+    peer.set_profile_version(agent.profile_version());
+    peer.set_device_name(m_link != nullptr ? m_link->peerName() : std::string());
+    return peer;
+}
+
+}  // namespace Accessory
+}  // namespace Kv

@@ -1,0 +1,170 @@
+// The accessory service of one device: the sessions of the device's apps,
+// the agents they register, the connections of those agents with agents of
+// the linked device, and the state of the link itself.
+//
+// Everything runs on the daemon's one Asio thread. Requests are answered at
+// once with a Reply; what a request causes reaches the apps later as events,
+// posted to the loop so that a reply always goes out before the events of
+// its request.
+#ifndef KV_ACCESSORYD_SERVICE_H
+#define KV_ACCESSORYD_SERVICE_H
+
+#include <asio.hpp>
+#include <cstdint>
+#include <fstream>
+#include <map>
+#include <memory>
+#include <optional>
+#include <string>
+
+#include "FramedChannel.h"
+#include "PeerLink.h"
+#include "ServiceProfile.h"
+
+namespace Kv {
+namespace Accessory {
+
+using ClientChannel = FramedChannel<asio::local::stream_protocol::socket>;
+using SessionId = std::uint64_t;
+
+// The device type and transport that this link stands for (a network link).
+inline constexpr int kLinkDeviceType = 32;
+inline constexpr int kLinkTransportType = 3;
+
+class Service {
+public:
+    Service(asio::io_context& io, std::string deviceName);
+    Service(const Service&) = delete;
+    Service& operator=(const Service&) = delete;
+
+    void setLink(PeerLink* link) { m_link = link; }
+
+    // A new app session; `appId` is empty for a process that runs no app.
+    SessionId addSession(std::shared_ptr<ClientChannel> channel, const std::string& appId);
+    // The session ended: its app is gone with its agents and connections.
+    void removeSession(SessionId id);
+    void handleRequest(SessionId id, const wire::Request& request);
+
+    void onLinkUp(const std::string& peerName);
+    void onLinkDown();
+    void onLinkMessage(const wire::LinkMessage& message);
+
+    // Ends every session (the daemon stops).
+    void closeAll();
+
+private:
+    struct Session {
+        std::shared_ptr<ClientChannel> channel;
+        std::string appId;
+        bool greeted = false;
+    };
+    struct Agent {
+        std::uint32_t id = 0;
+        SessionId session = 0;
+        std::string appName;
+        ServiceProfile profile;
+    };
+    enum class ConnectionState { Asking, Indicated, Open };
+    struct Connection {
+        std::uint32_t id = 0;
+        std::uint32_t agentId = 0;
+        std::uint32_t peerConnectionId = 0;
+        wire::PeerAgent peer;
+        ConnectionState state = ConnectionState::Asking;
+        std::shared_ptr<asio::steady_timer> timer;
+    };
+    struct Search {
+        std::uint32_t agentId = 0;
+        std::shared_ptr<asio::steady_timer> timer;
+    };
+    // A file on its way, on the sending or the receiving device.
+    struct Transfer {
+        int id = 0;       // this daemon's id, the one its app sees
+        int offerId = 0;  // the sending daemon's id, which names it on the link
+        std::uint32_t agentId = 0;
+        bool sending = false;
+        bool flowing = false;  // accepted: chunks are on their way
+        std::string path;      // as the app gave it
+        std::uint64_t size = 0;
+        std::uint64_t done = 0;
+        int progress = -1;
+        std::shared_ptr<std::fstream> file;
+        std::shared_ptr<asio::steady_timer> timer;
+    };
+
+    // Requests (Service.cpp, ServiceDiscovery.cpp, ServiceConnections.cpp).
+    wire::Reply dispatch(SessionId id, Session& session, const wire::Request& request);
+    wire::Reply hello(Session& session, const wire::Hello& hello);
+    wire::Reply registerAgent(SessionId id, Session& session, const wire::RegisterAgent& request);
+    wire::Reply deregisterAgent(SessionId id, std::uint32_t agentId);
+    wire::Reply findPeers(SessionId id, std::uint32_t agentId);
+    wire::Reply createConnection(SessionId id, const wire::CreateConnection& request);
+    wire::Reply answerConnection(SessionId id, const wire::ConnectionAnswer& answer, bool accept);
+    wire::Reply terminateConnection(SessionId id, std::uint32_t connectionId);
+    wire::Reply sendData(SessionId id, const wire::SendData& request);
+    wire::Reply authenticate(SessionId id, const wire::Authenticate& request);
+    wire::Reply accessory(std::uint32_t accessoryId) const;
+    wire::Reply pushFile(SessionId id, const wire::PushFile& request);
+    wire::Reply receiveFile(SessionId id, const wire::ReceiveFile& request);
+    wire::Reply cancelFile(SessionId id, int transactionId);
+    wire::Reply status() const;
+
+    // Link messages.
+    void onFindQuery(const wire::FindQuery& query);
+    void onFindAnswer(const wire::FindAnswer& answer);
+    void onAgentChanged(const wire::AgentChanged& change);
+    void onConnectQuery(const wire::ConnectQuery& query);
+    void onConnectReply(const wire::ConnectReply& reply);
+    void onLinkData(const wire::LinkData& data);
+    void onLinkClose(const wire::LinkClose& close);
+    void onFileOffer(const wire::FileOffer& offer);
+    void onFileAnswer(const wire::FileAnswer& answer);
+    void onFileChunk(const wire::FileChunk& chunk);
+    void onFileEnd(const wire::FileEnd& end);
+
+    // Helpers.
+    Agent* ownAgent(SessionId id, std::uint32_t agentId);
+    Connection* ownConnection(SessionId id, std::uint32_t connectionId);
+    Connection* connectionByPeerId(std::uint32_t peerConnectionId);
+    wire::RemoteAgent describe(const Agent& agent) const;
+    wire::PeerAgent peerRecord(const wire::RemoteAgent& agent) const;
+    int limitStatus(const Agent& agent, std::uint32_t peerAgentId) const;
+    void dropAgent(std::uint32_t agentId);
+    void endConnection(std::uint32_t connectionId, int reason, bool tellPeer);
+    void failAsking(Connection& connection, int status);
+    void tellAgentChanged(const Agent& agent, bool available);
+    Transfer* ownTransfer(SessionId id, int transactionId);
+    Transfer* transferByOffer(int offerId, bool sending);
+    void pumpFile(int transactionId);
+    void reportProgress(Transfer& transfer);
+    // Ends a transfer with `status` for its app; `peerStatus` (when not
+    // negative) goes to the other device.
+    void finishTransfer(int transactionId, int status, int peerStatus);
+    void dropTransfers(std::uint32_t agentId);
+    void sendLink(const wire::LinkMessage& message, int priority = kPriorityControl);
+    void notify(SessionId id, wire::Event event);
+    void notifyAgent(std::uint32_t agentId, wire::Event event);
+    void notifyAll(wire::Event event);
+    void writeConnStatus(int value);
+    bool linked() const { return m_link != nullptr && m_link->isUp(); }
+
+    asio::io_context& m_io;
+    std::string m_deviceName;
+    PeerLink* m_link = nullptr;
+    std::uint32_t m_linkSession = 0;
+    std::map<SessionId, Session> m_sessions;
+    std::map<std::uint32_t, Agent> m_agents;
+    std::map<std::uint32_t, Connection> m_connections;
+    std::map<std::uint32_t, Search> m_searches;
+    std::map<int, Transfer> m_transfers;
+    SessionId m_nextSession = 1;
+    std::uint32_t m_nextAgent = 1;
+    std::uint32_t m_nextConnection = 1;
+    std::uint32_t m_nextSearch = 1;
+    int m_nextTransfer = 1;
+};
+
+}  // namespace Accessory
+}  // namespace Kv
+
+#endif

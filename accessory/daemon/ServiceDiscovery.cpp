@@ -1,0 +1,138 @@
+// Discovery: finding the agents of the linked device that implement the same
+// profile in the opposite role, and telling the linked device when local
+// agents come and go.
+#include <Logger.h>
+#include <kvp-client-stub-api.h>
+
+#include "Service.h"
+
+namespace Kv {
+namespace Accessory {
+
+namespace {
+
+constexpr std::chrono::seconds kSearchTimeout(5);
+
+wire::Reply result(int code) {
+    wire::Reply reply;
+    reply.set_result(code);
+    return reply;
+}
+
+}  // namespace
+
+wire::Reply Service::findPeers(SessionId id, std::uint32_t agentId) {
+    Agent* agent = ownAgent(id, agentId);
+    if (agent == nullptr) {
+        return result(KVP_ERROR_INVALID);
+    }
+    if (!linked()) {
+        wire::Event event;
+        event.mutable_peer_found()->set_agent_id(agentId);
+        event.mutable_peer_found()->set_status(1);
+        notify(id, event);
+        return result(KVP_SUCCESS);
+    }
+    const std::uint32_t searchId = m_nextSearch++;
+    auto timer = std::make_shared<asio::steady_timer>(m_io, kSearchTimeout);
+    timer->async_wait([this, searchId](const asio::error_code& error) {
+        auto search = m_searches.find(searchId);
+        if (error || search == m_searches.end()) {
+            return;
+        }
+        wire::Event event;
+        event.mutable_peer_found()->set_agent_id(search->second.agentId);
+        event.mutable_peer_found()->set_status(3);
+        notifyAgent(search->second.agentId, event);
+        m_searches.erase(search);
+    });
+    m_searches[searchId] = Search{agentId, timer};
+    wire::LinkMessage query;
+    query.mutable_find_query()->set_query_id(searchId);
+    query.mutable_find_query()->set_profile_id(agent->profile.id);
+    query.mutable_find_query()->set_want_consumer(!agent->profile.consumer);
+    sendLink(query);
+    return result(KVP_SUCCESS);
+}
+
+void Service::onFindQuery(const wire::FindQuery& query) {
+    wire::LinkMessage answer;
+    answer.mutable_find_answer()->set_query_id(query.query_id());
+    for (const auto& [agentId, agent] : m_agents) {
+        if (agent.profile.id == query.profile_id() &&
+            agent.profile.consumer == query.want_consumer()) {
+            *answer.mutable_find_answer()->add_agents() = describe(agent);
+        }
+    }
+    sendLink(answer);
+}
+
+void Service::onFindAnswer(const wire::FindAnswer& answer) {
+    auto search = m_searches.find(answer.query_id());
+    if (search == m_searches.end()) {
+        LoggerW("link: an answer to a search that ended already");
+        return;
+    }
+    const std::uint32_t agentId = search->second.agentId;
+    search->second.timer->cancel();
+    m_searches.erase(search);
+    for (const wire::RemoteAgent& remote : answer.agents()) {
+        wire::Event event;
+        event.mutable_peer_found()->set_agent_id(agentId);
+        *event.mutable_peer_found()->mutable_peer() = peerRecord(remote);
+        event.mutable_peer_found()->set_status(0);
+        notifyAgent(agentId, event);
+    }
+    wire::Event end;
+    end.mutable_peer_found()->set_agent_id(agentId);
+    end.mutable_peer_found()->set_status(answer.agents().empty() ? 2 : 4);
+    notifyAgent(agentId, end);
+}
+
+void Service::tellAgentChanged(const Agent& agent, bool available) {
+    if (!linked()) {
+        return;
+    }
+    wire::LinkMessage message;
+    *message.mutable_agent_changed()->mutable_agent() = describe(agent);
+    message.mutable_agent_changed()->set_available(available);
+    sendLink(message);
+}
+
+void Service::onAgentChanged(const wire::AgentChanged& change) {
+    const wire::RemoteAgent& remote = change.agent();
+    for (const auto& [agentId, agent] : m_agents) {
+        if (agent.profile.id != remote.profile_id() ||
+            agent.profile.consumer == remote.consumer()) {
+            continue;
+        }
+        wire::Event event;
+        event.mutable_peer_changed()->set_agent_id(agentId);
+        *event.mutable_peer_changed()->mutable_peer() = peerRecord(remote);
+        event.mutable_peer_changed()->set_status(change.available() ? 0 : 1);
+        notify(agent.session, event);
+    }
+}
+
+wire::Reply Service::authenticate(SessionId id, const wire::Authenticate& request) {
+    if (ownAgent(id, request.agent_id()) == nullptr || !request.has_peer()) {
+        return result(KVP_ERROR_INVALID);
+    }
+    // The link joins two devices of one machine: a peer of the current link
+    // session is authentic, and its token names the device and the app.
+    wire::Event event;
+    auto* answer = event.mutable_authenticated();
+    answer->set_agent_id(request.agent_id());
+    *answer->mutable_peer() = request.peer();
+    if (linked() && request.peer().accessory_id() == m_linkSession) {
+        answer->set_has_token(true);
+        answer->set_token(request.peer().device_name() + "/" + request.peer().app_name());
+    } else {
+        answer->set_status(1);
+    }
+    notify(id, event);
+    return result(KVP_SUCCESS);
+}
+
+}  // namespace Accessory
+}  // namespace Kv

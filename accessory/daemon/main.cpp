@@ -1,0 +1,110 @@
+// kv-accessoryd: the accessory service of one device. It serves the device's
+// apps on the device's accessory socket and links the device with its paired
+// device over TCP.
+#include <Logger.h>
+#include <kv-device/Device.h>
+#include <kv-device/FileUtil.h>
+
+#include <unistd.h>
+
+#include <csignal>
+#include <iostream>
+#include <memory>
+
+#include "ClientServer.h"
+#include "Options.h"
+#include "PeerLink.h"
+#include "Service.h"
+
+using namespace Kv::Accessory;
+
+namespace {
+
+std::string folderName(const std::string& path) {
+    const std::size_t slash = path.rfind('/');
+    return slash == std::string::npos ? path : path.substr(slash + 1);
+}
+
+// The device's paths become real; without namespaces the service still runs
+// and keeps to its host paths.
+void enterDevice() {
+    try {
+        Kv::Device::enter();
+    } catch (const std::exception& error) {
+        LoggerW("running outside the device: " << error.what());
+    }
+}
+
+std::unique_ptr<PeerLink> makeLink(asio::io_context& io, const DaemonOptions& options,
+                                   Service& service, const std::string& name) {
+    if (!options.linkGiven) {
+        return nullptr;
+    }
+    PeerLink::Handlers handlers{
+        [&service](const std::string& peer) { service.onLinkUp(peer); },
+        [&service] { service.onLinkDown(); },
+        [&service](const wire::LinkMessage& message) { service.onLinkMessage(message); }};
+    const asio::ip::tcp::endpoint endpoint(asio::ip::make_address(options.host), options.port);
+    return std::make_unique<PeerLink>(
+        io, options.listen ? PeerLink::Mode::Listen : PeerLink::Mode::Connect, endpoint, name,
+        std::move(handlers));
+}
+
+int run(const DaemonOptions& options) {
+    if (!options.device.empty()) {
+        Kv::Device::select(options.device);
+    }
+    const std::string root = Kv::Device::root();
+    enterDevice();
+    const std::string name = options.name.empty() ? folderName(root) : options.name;
+    std::signal(SIGPIPE, SIG_IGN);
+
+    asio::io_context io;
+    Service service(io, name);
+    std::unique_ptr<PeerLink> link = makeLink(io, options, service, name);
+    service.setLink(link.get());
+    ClientServer server(io, service, Kv::Device::accessorySocket());
+    server.start();
+    if (link) {
+        link->start();
+        if (options.listen) {
+            Kv::Device::writeFileAtomically(root + "/accessoryd.port",
+                                            std::to_string(link->localPort()) + "\n");
+        }
+    }
+    Kv::Device::writeFileAtomically(root + "/accessoryd.pid", std::to_string(::getpid()) + "\n");
+
+    asio::signal_set signals(io, SIGINT, SIGTERM);
+    signals.async_wait([&](const asio::error_code&, int signal) {
+        LoggerI("stopping on signal " << signal);
+        server.stop();
+        if (link) {
+            link->stop();
+        }
+        service.closeAll();
+        io.stop();
+    });
+    LoggerI("accessory service of " << name << " ready");
+    io.run();
+    ::unlink((root + "/accessoryd.pid").c_str());
+    return 0;
+}
+
+}  // namespace
+
+int main(int argc, char** argv) {
+    DaemonOptions options;
+    try {
+        options = parseDaemonOptions(std::vector<std::string>(argv + 1, argv + argc));
+    } catch (const std::invalid_argument& error) {
+        std::cerr << "kv-accessoryd: " << error.what() << "\n" << kDaemonUsage;
+        return 2;
+    }
+    try {
+        return run(options);
+    } catch (const std::exception& error) {
+        LoggerE(error.what());
+        std::cerr << "kv-accessoryd: " << error.what() << "\n";
+        return 1;
+    }
+}

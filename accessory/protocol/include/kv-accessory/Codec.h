@@ -1,0 +1,75 @@
+// The codec of the accessory service's wire format: frames (a 4-byte
+// big-endian length, then the payload) carrying Protocol Buffers messages.
+// Everything here is pure: bytes in, messages out, no I/O. The daemon and the
+// client library share it.
+#ifndef KV_ACCESSORY_CODEC_H
+#define KV_ACCESSORY_CODEC_H
+
+#include <cstddef>
+#include <cstdint>
+#include <optional>
+#include <stdexcept>
+#include <string>
+
+#include "kv_accessory.pb.h"
+
+namespace Kv {
+namespace Accessory {
+
+// The generated messages of the wire format.
+namespace wire = ::kv::accessory::wire;
+
+// The version that both ends of every session announce in their hello.
+inline constexpr std::uint32_t kProtocolVersion = 1;
+
+// The largest payload one frame may carry. A peer that announces more is
+// broken or hostile: its session is closed.
+inline constexpr std::size_t kMaxFrameSize = 4u * 1024u * 1024u;
+
+// The largest data one sendData may carry (the rest of a frame is headroom
+// for the message around it).
+inline constexpr std::size_t kMaxDataSize = 2u * 1024u * 1024u;
+
+inline constexpr std::size_t kFrameHeaderSize = 4;
+
+// A violation of the wire format: an oversized frame, a payload that does
+// not parse, or a message without its required parts.
+class ProtocolError : public std::runtime_error {
+public:
+    using std::runtime_error::runtime_error;
+};
+
+// Splits a byte stream into frame payloads.
+class FrameDecoder {
+public:
+    explicit FrameDecoder(std::size_t maxFrameSize = kMaxFrameSize);
+
+    // Appends received bytes.
+    void feed(const char* data, std::size_t size);
+
+    // The next complete payload, or nothing while the frame is incomplete.
+    // Throws ProtocolError when the next frame announces more than the bound.
+    std::optional<std::string> next();
+
+    // Bytes received and not yet returned as a payload.
+    std::size_t buffered() const { return m_buffer.size() - m_offset; }
+
+private:
+    std::size_t m_maxFrameSize;
+    std::string m_buffer;
+    std::size_t m_offset = 0;
+};
+
+// The frame of `message`. Throws ProtocolError when it would exceed the bound.
+std::string encodeFrame(const google::protobuf::MessageLite& message);
+
+// Parse one payload into a message and check that the parts every receiver
+// relies on are there. Throw ProtocolError naming what is wrong.
+wire::ClientMessage decodeClientMessage(const std::string& payload);
+wire::ServiceMessage decodeServiceMessage(const std::string& payload);
+wire::LinkMessage decodeLinkMessage(const std::string& payload);
+
+}  // namespace Accessory
+}  // namespace Kv
+
+#endif

@@ -1,0 +1,169 @@
+#include <kv-accessory/DeviceControl.h>
+
+#include <fcntl.h>
+#include <kv-device/Device.h>
+#include <kv-device/FileUtil.h>
+#include <signal.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include <chrono>
+#include <cstdlib>
+#include <stdexcept>
+#include <thread>
+
+#include "DaemonConnection.h"
+
+namespace Kv {
+namespace Accessory {
+
+namespace {
+
+using Clock = std::chrono::steady_clock;
+constexpr auto kPollPause = std::chrono::milliseconds(20);
+
+// $KV_ACCESSORYD when set, else kv-accessoryd beside this program, else
+// from PATH.
+std::string daemonProgram() {
+    if (const char* program = std::getenv("KV_ACCESSORYD")) {
+        return program;
+    }
+    char self[4096];
+    const ssize_t length = ::readlink("/proc/self/exe", self, sizeof(self) - 1);
+    if (length > 0) {
+        std::string path(self, static_cast<std::size_t>(length));
+        path = path.substr(0, path.rfind('/') + 1) + KV_ACCESSORYD_NAME;
+        if (::access(path.c_str(), X_OK) == 0) {
+            return path;
+        }
+    }
+    return KV_ACCESSORYD_NAME;
+}
+
+[[noreturn]] void execDaemon(const std::string& device, const std::vector<std::string>& arguments) {
+    ::setsid();
+    const int log = ::open((device + "/accessoryd.log").c_str(),
+                           O_WRONLY | O_CREAT | O_APPEND | O_CLOEXEC, 0600);
+    if (log >= 0) {
+        ::dup2(log, STDOUT_FILENO);
+        ::dup2(log, STDERR_FILENO);
+    }
+    const std::string program = daemonProgram();
+    std::vector<std::string> all{program, "--device", device};
+    all.insert(all.end(), arguments.begin(), arguments.end());
+    std::vector<char*> argv;
+    for (std::string& argument : all) {
+        argv.push_back(argument.data());
+    }
+    argv.push_back(nullptr);
+    ::execvp(argv[0], argv.data());
+    ::_exit(127);
+}
+
+std::optional<pid_t> daemonPid(const std::string& device) {
+    const std::optional<std::string> text = Device::readFile(device + "/accessoryd.pid");
+    if (!text) {
+        return std::nullopt;
+    }
+    try {
+        const pid_t pid = static_cast<pid_t>(std::stol(*text));
+        return pid > 0 && ::kill(pid, 0) == 0 ? std::optional<pid_t>(pid) : std::nullopt;
+    } catch (const std::exception&) {
+        return std::nullopt;
+    }
+}
+
+}  // namespace
+
+void startDaemon(const std::string& device, const std::vector<std::string>& arguments) {
+    Device::ensureLayout(device);
+    if (daemonPid(device)) {
+        throw std::runtime_error("the service of " + device + " already runs");
+    }
+    ::unlink((device + "/accessoryd.pid").c_str());
+    const pid_t child = ::fork();
+    if (child < 0) {
+        throw std::runtime_error("cannot start the service: fork failed");
+    }
+    if (child == 0) {
+        execDaemon(device, arguments);
+    }
+    const auto deadline = Clock::now() + std::chrono::seconds(10);
+    while (Clock::now() < deadline) {
+        int status = 0;
+        if (::waitpid(child, &status, WNOHANG) == child) {
+            throw std::runtime_error("the service of " + device + " failed; see " + device +
+                                     "/accessoryd.log");
+        }
+        if (daemonPid(device)) {
+            return;
+        }
+        std::this_thread::sleep_for(kPollPause);
+    }
+    throw std::runtime_error("the service of " + device + " did not start in time");
+}
+
+unsigned short listeningPort(const std::string& device) {
+    const std::optional<std::string> text = Device::readFile(device + "/accessoryd.port");
+    if (!text) {
+        throw std::runtime_error("the service of " + device + " does not listen for a link");
+    }
+    return static_cast<unsigned short>(std::stoul(*text));
+}
+
+wire::Reply control(const std::string& device, wire::Request request) {
+    DaemonConnection connection(device + "/" + Device::kAccessorySocket);
+    const auto deadline = Clock::now() + std::chrono::seconds(5);
+    wire::ClientMessage message;
+    message.mutable_request()->mutable_hello()->set_version(kProtocolVersion);
+    message.mutable_request()->mutable_hello()->set_control(true);
+    message.mutable_request()->set_serial(1);
+    connection.write(encodeFrame(message), deadline);
+    request.set_serial(2);
+    *message.mutable_request() = std::move(request);
+    connection.write(encodeFrame(message), deadline);
+    for (;;) {
+        while (std::optional<wire::ServiceMessage> received = connection.next()) {
+            if (received->has_reply() && received->reply().serial() == 2) {
+                return received->reply();
+            }
+        }
+        if (!connection.waitReadable(deadline)) {
+            throw std::runtime_error("the service of " + device + " does not answer");
+        }
+        connection.readAvailable();
+    }
+}
+
+bool stopDaemon(const std::string& device) {
+    const std::optional<pid_t> pid = daemonPid(device);
+    if (!pid) {
+        return false;
+    }
+    ::kill(*pid, SIGTERM);
+    const auto deadline = Clock::now() + std::chrono::seconds(5);
+    while (::kill(*pid, 0) == 0 && Clock::now() < deadline) {
+        ::waitpid(*pid, nullptr, WNOHANG);
+        std::this_thread::sleep_for(kPollPause);
+    }
+    if (::kill(*pid, 0) == 0) {
+        ::kill(*pid, SIGKILL);
+    }
+    return true;
+}
+
+bool waitLinked(const std::string& device, int timeoutMilliseconds) {
+    const auto deadline = Clock::now() + std::chrono::milliseconds(timeoutMilliseconds);
+    while (Clock::now() < deadline) {
+        wire::Request request;
+        request.mutable_status();
+        if (control(device, request).attached()) {
+            return true;
+        }
+        std::this_thread::sleep_for(kPollPause);
+    }
+    return false;
+}
+
+}  // namespace Accessory
+}  // namespace Kv

@@ -1,0 +1,36 @@
+// What the kv-accessory tool does to a device's accessory service: start
+// the daemon in the background, ask it for its status, steer its link, stop it.
+#ifndef KV_ACCESSORY_TOOL_DEVICE_CONTROL_H
+#define KV_ACCESSORY_TOOL_DEVICE_CONTROL_H
+
+#include <kv-accessory/Codec.h>
+
+#include <string>
+#include <vector>
+
+namespace Kv {
+namespace Accessory {
+
+// Starts kv-accessoryd for the device folder `device` with the extra
+// arguments, its output going to <device>/accessoryd.log, and waits until it
+// serves. Throws std::runtime_error when it does not start.
+void startDaemon(const std::string& device, const std::vector<std::string>& arguments);
+
+// The port the device's daemon listens on for its link.
+unsigned short listeningPort(const std::string& device);
+
+// Sends one control request to the device's daemon and returns its reply.
+// Throws std::runtime_error when the daemon can't be reached.
+wire::Reply control(const std::string& device, wire::Request request);
+
+// Stops the device's daemon and waits until it is gone. Returns false when
+// none was running.
+bool stopDaemon(const std::string& device);
+
+// Waits until the device's link is up; false after the timeout.
+bool waitLinked(const std::string& device, int timeoutMilliseconds);
+
+}  // namespace Accessory
+}  // namespace Kv
+
+#endif

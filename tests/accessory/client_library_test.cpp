@@ -1,0 +1,264 @@
+// The client library in an app process: an app on device beta uses the real
+// library while a scripted app on device alpha speaks the wire protocol.
+#include <MainLoopRunner.h>
+#include <gtest/gtest.h>
+#include <kv-device/AppRegistry.h>
+#include <kv-device/FileUtil.h>
+#include <kvp-client-stub-api.h>
+
+#include <cstdlib>
+#include <cstring>
+
+#include "AccessoryTestSupport.h"
+#include "DeviceTestSupport.h"
+
+namespace KvTest {
+namespace {
+
+// What the library told the app, in order.
+struct Recorder {
+    bool insideCall = false;
+    bool calledInsideCall = false;
+    std::vector<std::string> log;
+    unsigned int agentId = 0;
+    std::vector<unsigned int> indicated;
+    std::vector<std::pair<unsigned int, int>> terminated;
+    std::vector<std::pair<int, int>> deviceStatus;
+    std::vector<std::string> data;
+    int acceptResult = -100;
+    std::vector<std::string> offered;
+    std::vector<int> progress;
+    std::vector<std::pair<int, int>> received;
+};
+
+Recorder recorder;
+
+void note(const std::string& what) {
+    recorder.calledInsideCall = recorder.calledInsideCall || recorder.insideCall;
+    recorder.log.push_back(what);
+}
+
+void onRegister(int result, unsigned int agentId) {
+    note("register " + std::to_string(result));
+    if (result == 0) {
+        recorder.agentId = agentId;
+    }
+}
+
+void onData(unsigned int, unsigned short channelId, unsigned int length, const char* data) {
+    note("data " + std::to_string(channelId));
+    recorder.data.emplace_back(data, length);
+}
+
+void onIndication(unsigned int agentId, unsigned int connectionId, const kvp_peer_agent_t* peer) {
+    note(std::string("indication from ") + peer->appName);
+    recorder.indicated.push_back(connectionId);
+    recorder.acceptResult = acceptServiceConnection(agentId, connectionId, peer);
+}
+
+void onTermination(unsigned int connectionId, int reason) {
+    note("terminated");
+    recorder.terminated.emplace_back(connectionId, reason);
+}
+
+void onDeviceStatus(int type, int status) {
+    note("device " + std::to_string(status));
+    recorder.deviceStatus.emplace_back(type, status);
+}
+
+void onSendFile(int transactionId, const char* fileName, unsigned int) {
+    note("file offered");
+    recorder.offered.push_back(fileName);
+    char path[KVP_PATH_BUFFER_SIZE] = "/opt/usr/media/Downloads/";
+    std::strncat(path, fileName, sizeof(path) - std::strlen(path) - 1);
+    EXPECT_EQ(receiveFile(transactionId, path, 1), KVP_SUCCESS);
+}
+
+void onFileProgress(int, int progress) { recorder.progress.push_back(progress); }
+
+void onReceiveComplete(int transactionId, const char*, int status) {
+    note("file received");
+    recorder.received.emplace_back(transactionId, status);
+}
+
+kvp_ft_notifications_t fileTable() {
+    kvp_ft_notifications_t notifications;
+    std::memset(&notifications, 0, sizeof(notifications));
+    notifications.onSendFile = onSendFile;
+    notifications.onReceiveComplete = onReceiveComplete;
+    notifications.onFileProgress = onFileProgress;
+    return notifications;
+}
+
+kvp_notifications_t table() {
+    kvp_notifications_t notifications;
+    std::memset(&notifications, 0, sizeof(notifications));
+    notifications.onRegisterServiceAgentConfirm = onRegister;
+    notifications.onDataIndication = onData;
+    notifications.onServiceConnectionIndication = onIndication;
+    notifications.onServiceTerminationIndication = onTermination;
+    notifications.onDeviceStatus = onDeviceStatus;
+    return notifications;
+}
+
+// Runs a request as the app would, noting that callbacks must not come now.
+template <typename Call>
+int request(Call call) {
+    recorder.insideCall = true;
+    const int result = call();
+    recorder.insideCall = false;
+    return result;
+}
+
+class ClientLibraryTest : public testing::Test {
+protected:
+    static void SetUpTestSuite() {
+        devices = new DevicePair();
+        devices->start();
+        // This process is the provider app of beta, and uses the library there.
+        setenv("KV_DEVICE", devices->beta().c_str(), 1);
+        Kv::Device::registerRunningApp(getpid(), kProviderApp);
+        ASSERT_EQ(registerNotifications(table()), KVP_SUCCESS);
+        registerFTNotifications(fileTable());
+    }
+
+    static void TearDownTestSuite() {
+        deregisterNotifications();
+        delete devices;
+        devices = nullptr;
+        unsetenv("KV_DEVICE");
+    }
+
+    static unsigned int registeredAgent() {
+        if (recorder.agentId == 0) {
+            char profile[] = "/test/echo";
+            EXPECT_EQ(request([&] { return getRegisteredServiceAgent(profile, 0); }), 0);
+            EXPECT_TRUE(runMainLoopUntil([] { return recorder.agentId != 0; }));
+        }
+        return recorder.agentId;
+    }
+
+    // The scripted consumer asks the library's app for a connection, which
+    // the app accepts from its indication; returns both connection ids.
+    std::pair<std::uint32_t, std::uint32_t> connectFrom(WireClient& consumer) {
+        registeredAgent();
+        const std::uint32_t agent = consumer.registerAgent("/test/echo");
+        const auto peers = consumer.findPeers(agent);
+        EXPECT_EQ(peers.size(), 1u);
+        const std::size_t before = recorder.indicated.size();
+        wire::Request create;
+        create.mutable_create_connection()->set_agent_id(agent);
+        *create.mutable_create_connection()->mutable_peer() = peers.at(0);
+        EXPECT_EQ(consumer.call(create).result(), 0);
+        EXPECT_TRUE(runMainLoopUntil([&] { return recorder.indicated.size() > before; }));
+        EXPECT_EQ(recorder.acceptResult, 0);
+        auto confirm =
+            consumer.waitEvent([](const wire::Event& e) { return e.has_create_confirm(); });
+        EXPECT_TRUE(confirm.has_value());
+        EXPECT_EQ(confirm->create_confirm().status(), 0);
+        return {confirm->create_confirm().connection_id(), recorder.indicated.back()};
+    }
+
+    static DevicePair* devices;
+};
+
+DevicePair* ClientLibraryTest::devices = nullptr;
+
+TEST_F(ClientLibraryTest, ConfirmsARegistrationOnTheMainLoopAfterTheCall) {
+    EXPECT_EQ(isKvpConnected(), 1);
+    char profile[] = "/test/echo";
+    EXPECT_EQ(request([&] { return getRegisteredServiceAgent(profile, 0); }), 0);
+    EXPECT_TRUE(recorder.log.empty() || recorder.log.back() != "register 0");
+    ASSERT_TRUE(runMainLoopUntil([] { return recorder.agentId != 0; }));
+    EXPECT_FALSE(recorder.calledInsideCall);
+}
+
+TEST_F(ClientLibraryTest, RejectsBadArguments) {
+    EXPECT_EQ(getRegisteredServiceAgent(nullptr, 0), KVP_ERROR_INVALID);
+    EXPECT_EQ(createServiceConnection(registeredAgent(), nullptr), KVP_ERROR_INVALID);
+    EXPECT_EQ(findPeerAgent(424242), KVP_ERROR_INVALID);
+    EXPECT_EQ(sendData(424242, 101, 1, "x"), KVP_ERROR_INVALID);
+    EXPECT_EQ(terminateServiceConnection(424242), KVP_ERROR_INVALID);
+    kvp_peer_accessory_t accessory;
+    EXPECT_EQ(getPeerAccessory(424242, &accessory), KVP_ERROR_INVALID);
+    EXPECT_EQ(getPeerAccessory(1, nullptr), KVP_ERROR_INVALID);
+}
+
+TEST_F(ClientLibraryTest, CarriesDataBothWaysAndEndsTheConnectionOnBothSides) {
+    WireClient consumer(devices->alpha(), kConsumerApp);
+    const auto [remote, local] = connectFrom(consumer);
+    const std::string withZero("ab\0cd", 5);
+    ASSERT_EQ(consumer.sendData(remote, 102, withZero), 0);
+    ASSERT_TRUE(runMainLoopUntil([] { return !recorder.data.empty(); }));
+    EXPECT_EQ(recorder.data.back(), withZero);
+
+    const std::string reply(1024 * 1024, 'r');
+    EXPECT_EQ(request([&] {
+                  return sendData(local, 101, static_cast<unsigned int>(reply.size()),
+                                  reply.data());
+              }),
+              0);
+    auto event = consumer.waitEvent(isData(remote));
+    ASSERT_TRUE(event.has_value());
+    EXPECT_EQ(event->data().data(), reply);
+
+    const std::size_t before = recorder.terminated.size();
+    EXPECT_EQ(request([&] { return terminateServiceConnection(local); }), 0);
+    ASSERT_TRUE(runMainLoopUntil([&] { return recorder.terminated.size() > before; }));
+    EXPECT_EQ(recorder.terminated.back(), std::make_pair(static_cast<unsigned int>(local), 0));
+    EXPECT_TRUE(consumer.waitEvent(isTerminated(remote)).has_value());
+    EXPECT_FALSE(recorder.calledInsideCall);
+}
+
+TEST_F(ClientLibraryTest, ReceivesAnOfferedFileAtTheChosenPath) {
+    registeredAgent();
+    WireClient consumer(devices->alpha(), kConsumerApp);
+    const std::uint32_t agent = consumer.registerAgent("/test/echo");
+    const auto peers = consumer.findPeers(agent);
+    ASSERT_EQ(peers.size(), 1u);
+    const std::string content(200000, 'f');
+    writeTextFile(devices->alpha() + "/fs/opt/usr/media/Documents/notes.txt", content);
+    wire::Request push;
+    push.mutable_push_file()->set_agent_id(agent);
+    *push.mutable_push_file()->mutable_peer() = peers[0];
+    push.mutable_push_file()->set_path("/opt/usr/media/Documents/notes.txt");
+    ASSERT_EQ(consumer.call(push).result(), 0);
+    ASSERT_TRUE(runMainLoopUntil([] { return !recorder.received.empty(); }));
+    EXPECT_EQ(recorder.offered, std::vector<std::string>{"notes.txt"});
+    EXPECT_EQ(recorder.received.back().second, 0);
+    ASSERT_FALSE(recorder.progress.empty());
+    EXPECT_EQ(recorder.progress.back(), 100);
+    EXPECT_EQ(Kv::Device::readFile(devices->beta() + "/fs/opt/usr/media/Downloads/notes.txt"),
+              content);
+    char missing[KVP_PATH_BUFFER_SIZE] = "/opt/usr/media/Documents/none";
+    EXPECT_EQ(pushFile(missing, nullptr, recorder.agentId), -1);
+    EXPECT_EQ(cancelFile(424242), KVP_ERROR_INVALID);
+}
+
+TEST_F(ClientLibraryTest, ALostServiceIsADetachAndItsReturnAnAttach) {
+    WireClient consumer(devices->alpha(), kConsumerApp);
+    const auto [remote, local] = connectFrom(consumer);
+    recorder.deviceStatus.clear();
+    const std::size_t before = recorder.terminated.size();
+    devices->killBeta();
+
+    ASSERT_TRUE(runMainLoopUntil([] { return !recorder.deviceStatus.empty(); }));
+    EXPECT_EQ(recorder.deviceStatus.front(), std::make_pair(32, 0));
+    ASSERT_GT(recorder.terminated.size(), before);
+    EXPECT_EQ(recorder.terminated.back(), std::make_pair(static_cast<unsigned int>(local), 1));
+    EXPECT_EQ(isKvpConnected(), 0);
+    auto ended = consumer.waitEvent(isTerminated(remote));
+    ASSERT_TRUE(ended.has_value());
+    EXPECT_EQ(ended->terminated().reason(), 1);
+
+    devices->startBeta();
+    ASSERT_TRUE(runMainLoopUntil([] { return recorder.deviceStatus.size() >= 2; },
+                                 std::chrono::seconds(10)));
+    EXPECT_EQ(recorder.deviceStatus.back(), std::make_pair(32, 1));
+    EXPECT_EQ(isKvpConnected(), 1);
+    recorder.agentId = 0;  // the new service knows no agent of this app
+    EXPECT_NE(registeredAgent(), 0u);
+}
+
+}  // namespace
+}  // namespace KvTest

@@ -1,0 +1,128 @@
+// What the daemons do when an app dies, the link goes and comes back, a
+// daemon is killed, or a session breaks the wire format.
+#include <gtest/gtest.h>
+#include <kv-device/Device.h>
+#include <sys/socket.h>
+
+#include "AccessoryTestSupport.h"
+#include "DaemonConnection.h"
+
+namespace KvTest {
+namespace {
+
+class DaemonResilienceTest : public testing::Test {
+protected:
+    void SetUp() override {
+        devices.start();
+        consumer = std::make_unique<WireClient>(devices.alpha(), kConsumerApp);
+    }
+
+    // Opens /test/echo from the consumer to an app process on beta that
+    // accepts; returns the consumer's connection id.
+    std::uint32_t openTo(WireClient& provider) {
+        const std::uint32_t agent = consumer->registerAgent("/test/echo");
+        const std::uint32_t providerAgent = provider.registerAgent("/test/echo");
+        const auto peers = consumer->findPeers(agent);
+        EXPECT_EQ(peers.size(), 1u);
+        wire::Request request;
+        request.mutable_create_connection()->set_agent_id(agent);
+        *request.mutable_create_connection()->mutable_peer() = peers.at(0);
+        EXPECT_EQ(consumer->call(request).result(), 0);
+        auto indication = provider.waitEvent(isConnectionRequest());
+        EXPECT_TRUE(indication.has_value());
+        providerConnection = indication->connection_requested().connection_id();
+        provider.answer(providerAgent, providerConnection, true);
+        auto confirm =
+            consumer->waitEvent([](const wire::Event& e) { return e.has_create_confirm(); });
+        EXPECT_TRUE(confirm.has_value());
+        EXPECT_EQ(confirm->create_confirm().status(), 0);
+        return confirm->create_confirm().connection_id();
+    }
+
+    DevicePair devices;
+    std::unique_ptr<WireClient> consumer;
+    std::uint32_t providerConnection = 0;
+};
+
+TEST_F(DaemonResilienceTest, AnAppThatDiesLosesItsConnectionsAndAgents) {
+    auto provider = std::make_unique<WireClient>(devices.beta(), kProviderApp);
+    const std::uint32_t connection = openTo(*provider);
+    provider.reset();  // the app's process goes: its session closes
+    auto ended = consumer->waitEvent(isTerminated(connection));
+    ASSERT_TRUE(ended.has_value());
+    EXPECT_EQ(ended->terminated().reason(), 0);
+    auto gone = consumer->waitEvent([](const wire::Event& e) {
+        return e.has_peer_changed() && e.peer_changed().status() == 1;
+    });
+    EXPECT_TRUE(gone.has_value());
+}
+
+TEST_F(DaemonResilienceTest, LinkLossEndsConnectionsOnBothDevicesAndReturns) {
+    WireClient provider(devices.beta(), kProviderApp);
+    const std::uint32_t connection = openTo(provider);
+    devices.setLink(devices.beta(), false);
+    auto consumerEnd = consumer->waitEvent(isTerminated(connection));
+    auto providerEnd = provider.waitEvent(isTerminated(providerConnection));
+    ASSERT_TRUE(consumerEnd.has_value());
+    ASSERT_TRUE(providerEnd.has_value());
+    EXPECT_EQ(consumerEnd->terminated().reason(), 1);
+    EXPECT_EQ(providerEnd->terminated().reason(), 1);
+    EXPECT_TRUE(consumer->waitEvent(isDeviceStatus(0)).has_value());
+    EXPECT_TRUE(provider.waitEvent(isDeviceStatus(0)).has_value());
+
+    devices.setLink(devices.beta(), true);
+    auto attached = consumer->waitEvent(isDeviceStatus(1), milliseconds(8000));
+    ASSERT_TRUE(attached.has_value());
+    EXPECT_EQ(attached->device_status().device_type(), 32);
+    EXPECT_TRUE(provider.waitEvent(isDeviceStatus(1), milliseconds(8000)).has_value());
+}
+
+TEST_F(DaemonResilienceTest, AKilledDaemonEndsTheConnectionsOfTheOtherDevice) {
+    auto provider = std::make_unique<WireClient>(devices.beta(), kProviderApp);
+    const std::uint32_t connection = openTo(*provider);
+    devices.killBeta();
+    EXPECT_TRUE(provider->waitClosed());
+    auto ended = consumer->waitEvent(isTerminated(connection));
+    ASSERT_TRUE(ended.has_value());
+    EXPECT_EQ(ended->terminated().reason(), 1);
+    EXPECT_TRUE(consumer->waitEvent(isDeviceStatus(0)).has_value());
+
+    provider.reset();
+    devices.startBeta();
+    EXPECT_TRUE(consumer->waitEvent(isDeviceStatus(1), milliseconds(8000)).has_value());
+}
+
+TEST_F(DaemonResilienceTest, AnOversizedFrameClosesOnlyThatSession) {
+    const std::uint32_t agent = consumer->registerAgent("/test/echo");
+    Kv::Accessory::DaemonConnection rogue(devices.alpha() + "/" + Kv::Device::kAccessorySocket);
+    const auto deadline = std::chrono::steady_clock::now() + std::chrono::seconds(5);
+    rogue.write(std::string("\x7f\xff\xff\xff", 4), deadline);
+    EXPECT_TRUE(rogue.waitReadable(deadline));
+    EXPECT_THROW(rogue.readAvailable(), std::runtime_error);
+    // The other session and its agent are untouched.
+    int status = -1;
+    consumer->findPeers(agent, &status);
+    EXPECT_EQ(status, 2);
+}
+
+TEST_F(DaemonResilienceTest, AMalformedMessageClosesOnlyThatSession) {
+    Kv::Accessory::DaemonConnection rogue(devices.alpha() + "/" + Kv::Device::kAccessorySocket);
+    const auto deadline = std::chrono::steady_clock::now() + std::chrono::seconds(5);
+    rogue.write(std::string("\0\0\0\3\xff\xff\xff", 7), deadline);
+    EXPECT_TRUE(rogue.waitReadable(deadline));
+    EXPECT_THROW(rogue.readAvailable(), std::runtime_error);
+    EXPECT_NE(consumer->registerAgent("/test/echo"), 0u);
+}
+
+TEST_F(DaemonResilienceTest, ARequestBeforeTheHelloClosesTheSession) {
+    Kv::Accessory::DaemonConnection rogue(devices.alpha() + "/" + Kv::Device::kAccessorySocket);
+    wire::ClientMessage message;
+    message.mutable_request()->mutable_status();
+    const auto deadline = std::chrono::steady_clock::now() + std::chrono::seconds(5);
+    rogue.write(Kv::Accessory::encodeFrame(message), deadline);
+    EXPECT_TRUE(rogue.waitReadable(deadline));
+    EXPECT_THROW(rogue.readAvailable(), std::runtime_error);
+}
+
+}  // namespace
+}  // namespace KvTest

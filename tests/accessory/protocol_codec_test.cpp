@@ -1,0 +1,98 @@
+// The wire codec: frames, their bound, and the three message decoders.
+#include <gtest/gtest.h>
+#include <kv-accessory/Codec.h>
+
+namespace {
+
+using namespace Kv::Accessory;
+
+wire::ClientMessage sampleRequest() {
+    wire::ClientMessage message;
+    auto* request = message.mutable_request();
+    request->set_serial(42);
+    auto* send = request->mutable_send_data();
+    send->set_connection_id(7);
+    send->set_channel_id(101);
+    send->set_data(std::string("ab\0cd", 5));
+    return message;
+}
+
+TEST(ProtocolCodecTest, AClientMessageSurvivesTheRoundTrip) {
+    const std::string frame = encodeFrame(sampleRequest());
+    FrameDecoder decoder;
+    decoder.feed(frame.data(), frame.size());
+    const std::optional<std::string> payload = decoder.next();
+    ASSERT_TRUE(payload.has_value());
+    const wire::ClientMessage decoded = decodeClientMessage(*payload);
+    EXPECT_EQ(decoded.request().serial(), 42u);
+    EXPECT_EQ(decoded.request().send_data().data(), std::string("ab\0cd", 5));
+    EXPECT_FALSE(decoder.next().has_value());
+}
+
+TEST(ProtocolCodecTest, FramesArriveWholeWhateverTheChunking) {
+    wire::ServiceMessage event;
+    event.mutable_event()->mutable_data()->set_data(std::string(100000, 'z'));
+    const std::string stream = encodeFrame(event) + encodeFrame(event);
+    FrameDecoder decoder;
+    int payloads = 0;
+    for (std::size_t i = 0; i < stream.size(); i += 977) {
+        decoder.feed(stream.data() + i, std::min<std::size_t>(977, stream.size() - i));
+        while (auto payload = decoder.next()) {
+            EXPECT_EQ(decodeServiceMessage(*payload).event().data().data().size(), 100000u);
+            ++payloads;
+        }
+    }
+    EXPECT_EQ(payloads, 2);
+    EXPECT_EQ(decoder.buffered(), 0u);
+}
+
+TEST(ProtocolCodecTest, AMegabyteOfDataFitsInOneFrame) {
+    wire::LinkMessage message;
+    message.mutable_data()->set_data(std::string(1024 * 1024, '\0'));
+    const std::string frame = encodeFrame(message);
+    FrameDecoder decoder;
+    decoder.feed(frame.data(), frame.size());
+    EXPECT_EQ(decodeLinkMessage(*decoder.next()).data().data().size(), 1024u * 1024u);
+}
+
+TEST(ProtocolCodecTest, ATruncatedFrameWaitsForTheRest) {
+    const std::string frame = encodeFrame(sampleRequest());
+    FrameDecoder decoder;
+    decoder.feed(frame.data(), frame.size() - 1);
+    EXPECT_FALSE(decoder.next().has_value());
+    decoder.feed(frame.data() + frame.size() - 1, 1);
+    EXPECT_TRUE(decoder.next().has_value());
+}
+
+TEST(ProtocolCodecTest, AnOversizedFrameIsAProtocolError) {
+    FrameDecoder decoder;
+    const char header[] = {0x00, 0x40, 0x00, 0x01};  // one byte above 4 MiB
+    decoder.feed(header, sizeof(header));
+    EXPECT_THROW(decoder.next(), ProtocolError);
+    wire::LinkMessage huge;
+    huge.mutable_data()->set_data(std::string(kMaxFrameSize + 1, 'x'));
+    EXPECT_THROW(encodeFrame(huge), ProtocolError);
+}
+
+TEST(ProtocolCodecTest, MalformedPayloadsAreProtocolErrors) {
+    EXPECT_THROW(decodeClientMessage(std::string("\xff\xff\xff", 3)), ProtocolError);
+    EXPECT_THROW(decodeServiceMessage(std::string("\x0a\x05\x01", 3)), ProtocolError);
+    EXPECT_THROW(decodeLinkMessage(std::string("\x12", 1)), ProtocolError);
+}
+
+TEST(ProtocolCodecTest, MessagesWithoutABodyAreProtocolErrors) {
+    EXPECT_THROW(decodeClientMessage(""), ProtocolError);
+    wire::ClientMessage empty;
+    empty.mutable_request()->set_serial(1);
+    EXPECT_THROW(decodeClientMessage(empty.SerializeAsString()), ProtocolError);
+    EXPECT_THROW(decodeServiceMessage(""), ProtocolError);
+    EXPECT_THROW(decodeLinkMessage(""), ProtocolError);
+}
+
+TEST(ProtocolCodecTest, LinkDataAboveTheDataBoundIsRefused) {
+    wire::LinkMessage message;
+    message.mutable_data()->set_data(std::string(kMaxDataSize + 1, 'x'));
+    EXPECT_THROW(decodeLinkMessage(message.SerializeAsString()), ProtocolError);
+}
+
+}  // namespace
