@@ -22,8 +22,7 @@ extern "C" {
 
 typedef JSClassRef (*js_class_template_getter)(void);
 typedef JSObjectRef (*js_class_constructor_cb_t)(JSContextRef context, JSObjectRef constructor,
-                                                 size_t argumentCount,
-                                                 const JSValueRef arguments[],
+                                                 size_t argumentCount, const JSValueRef arguments[],
                                                  JSValueRef* exception);
 
 // Options of a class entry; no option is defined yet, so rows carry null.
