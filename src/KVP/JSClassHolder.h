@@ -13,6 +13,34 @@
 namespace DeviceAPI {
 namespace KVP {
 
+// The definition of one of the API's script classes: version 0, no class
+// attributes, no parent class, the given tables and hooks, nothing else.
+// Being constexpr, a class's definition is ready before any code of the
+// plug-in runs, whichever file asks for the class first.
+constexpr JSClassDefinition makeClassDefinition(const char* className,
+                                                const JSStaticValue* staticValues,
+                                                const JSStaticFunction* staticFunctions,
+                                                JSObjectInitializeCallback initialize,
+                                                JSObjectFinalizeCallback finalize) {
+    return JSClassDefinition{0,
+                             kJSClassAttributeNone,
+                             className,
+                             nullptr,
+                             staticValues,
+                             staticFunctions,
+                             initialize,
+                             finalize,
+                             nullptr,
+                             nullptr,
+                             nullptr,
+                             nullptr,
+                             nullptr,
+                             nullptr,
+                             nullptr,
+                             nullptr,
+                             nullptr};
+}
+
 class JSClassHolder {
 public:
     explicit JSClassHolder(const JSClassDefinition* definition)

@@ -141,25 +141,8 @@ const JSStaticFunction JSKvAgent::m_functions[] = {
     {"getKvFileTransfer", getKvFileTransfer, kJSPropertyAttributeNone},
     {nullptr, nullptr, 0}};
 
-const JSClassDefinition JSKvAgent::m_classInfo = {
-    0,                      // version
-    kJSClassAttributeNone,  // attributes
-    "KvAgent",              // className
-    nullptr,                // parentClass
-    m_properties,           // staticValues
-    m_functions,            // staticFunctions
-    nullptr,                // initialize
-    finalize,               // finalize
-    nullptr,                // hasProperty
-    nullptr,                // getProperty
-    nullptr,                // setProperty
-    nullptr,                // deleteProperty
-    nullptr,                // getPropertyNames
-    nullptr,                // callAsFunction
-    nullptr,                // callAsConstructor
-    nullptr,                // hasInstance
-    nullptr,                // convertToType
-};
+constinit const JSClassDefinition JSKvAgent::m_classInfo =
+    makeClassDefinition("KvAgent", m_properties, m_functions, nullptr, finalize);
 
 const JSClassDefinition* JSKvAgent::getClassInfo() { return &m_classInfo; }
 

@@ -27,25 +27,8 @@ const JSStaticValue JSKvAuthenticationToken::m_properties[] = {
      nullptr, READ_ONLY},
     {nullptr, nullptr, nullptr, 0}};
 
-const JSClassDefinition JSKvAuthenticationToken::m_classInfo = {
-    0,                        // version
-    kJSClassAttributeNone,    // attributes
-    "KvAuthenticationToken",  // className
-    nullptr,                  // parentClass
-    m_properties,             // staticValues
-    nullptr,                  // staticFunctions
-    nullptr,                  // initialize
-    finalize,                 // finalize
-    nullptr,                  // hasProperty
-    nullptr,                  // getProperty
-    nullptr,                  // setProperty
-    nullptr,                  // deleteProperty
-    nullptr,                  // getPropertyNames
-    nullptr,                  // callAsFunction
-    nullptr,                  // callAsConstructor
-    nullptr,                  // hasInstance
-    nullptr,                  // convertToType
-};
+constinit const JSClassDefinition JSKvAuthenticationToken::m_classInfo =
+    makeClassDefinition("KvAuthenticationToken", m_properties, nullptr, nullptr, finalize);
 
 const JSClassDefinition* JSKvAuthenticationToken::getClassInfo() { return &m_classInfo; }
 

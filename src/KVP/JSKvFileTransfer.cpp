@@ -114,25 +114,8 @@ const JSStaticFunction JSKvFileTransfer::m_functions[] = {
     {"rejectFile", rejectFile, kJSPropertyAttributeNone},
     {nullptr, nullptr, 0}};
 
-const JSClassDefinition JSKvFileTransfer::m_classInfo = {
-    0,                      // version
-    kJSClassAttributeNone,  // attributes
-    "KvFileTransfer",       // className
-    nullptr,                // parentClass
-    m_properties,           // staticValues
-    m_functions,            // staticFunctions
-    nullptr,                // initialize
-    finalize,               // finalize
-    nullptr,                // hasProperty
-    nullptr,                // getProperty
-    nullptr,                // setProperty
-    nullptr,                // deleteProperty
-    nullptr,                // getPropertyNames
-    nullptr,                // callAsFunction
-    nullptr,                // callAsConstructor
-    nullptr,                // hasInstance
-    nullptr,                // convertToType
-};
+constinit const JSClassDefinition JSKvFileTransfer::m_classInfo =
+    makeClassDefinition("KvFileTransfer", m_properties, m_functions, nullptr, finalize);
 
 const JSClassDefinition* JSKvFileTransfer::getClassInfo() { return &m_classInfo; }
 

@@ -61,25 +61,8 @@ const JSStaticFunction JSKvManager::m_functions[] = {
     {"setDeviceStatusListener", setDeviceStatusListener, kJSPropertyAttributeNone},
     {nullptr, nullptr, 0}};
 
-const JSClassDefinition JSKvManager::m_classInfo = {
-    0,                      // version
-    kJSClassAttributeNone,  // attributes
-    "KvManager",            // className
-    nullptr,                // parentClass
-    nullptr,                // staticValues
-    m_functions,            // staticFunctions
-    initialize,             // initialize
-    finalize,               // finalize
-    nullptr,                // hasProperty
-    nullptr,                // getProperty
-    nullptr,                // setProperty
-    nullptr,                // deleteProperty
-    nullptr,                // getPropertyNames
-    nullptr,                // callAsFunction
-    nullptr,                // callAsConstructor
-    nullptr,                // hasInstance
-    nullptr,                // convertToType
-};
+constinit const JSClassDefinition JSKvManager::m_classInfo =
+    makeClassDefinition("KvManager", nullptr, m_functions, initialize, finalize);
 
 const JSClassDefinition* JSKvManager::getClassInfo() { return &m_classInfo; }
 

@@ -41,25 +41,8 @@ const JSStaticValue JSKvPeerAccessory::m_properties[] = {
     {"vendorId", getRecordProperty<KvPeerAccessory, readVendorId>, nullptr, READ_ONLY},
     {nullptr, nullptr, nullptr, 0}};
 
-const JSClassDefinition JSKvPeerAccessory::m_classInfo = {
-    0,                      // version
-    kJSClassAttributeNone,  // attributes
-    "KvPeerAccessory",      // className
-    nullptr,                // parentClass
-    m_properties,           // staticValues
-    nullptr,                // staticFunctions
-    nullptr,                // initialize
-    finalize,               // finalize
-    nullptr,                // hasProperty
-    nullptr,                // getProperty
-    nullptr,                // setProperty
-    nullptr,                // deleteProperty
-    nullptr,                // getPropertyNames
-    nullptr,                // callAsFunction
-    nullptr,                // callAsConstructor
-    nullptr,                // hasInstance
-    nullptr,                // convertToType
-};
+constinit const JSClassDefinition JSKvPeerAccessory::m_classInfo =
+    makeClassDefinition("KvPeerAccessory", m_properties, nullptr, nullptr, finalize);
 
 const JSClassDefinition* JSKvPeerAccessory::getClassInfo() { return &m_classInfo; }
 

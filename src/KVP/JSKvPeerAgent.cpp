@@ -66,25 +66,8 @@ const JSStaticValue JSKvPeerAgent::m_properties[] = {
 const JSStaticFunction JSKvPeerAgent::m_functions[] = {{"equals", equals, kJSPropertyAttributeNone},
                                                        {nullptr, nullptr, 0}};
 
-const JSClassDefinition JSKvPeerAgent::m_classInfo = {
-    0,                      // version
-    kJSClassAttributeNone,  // attributes
-    "KvPeerAgent",          // className
-    nullptr,                // parentClass
-    m_properties,           // staticValues
-    m_functions,            // staticFunctions
-    nullptr,                // initialize
-    finalize,               // finalize
-    nullptr,                // hasProperty
-    nullptr,                // getProperty
-    nullptr,                // setProperty
-    nullptr,                // deleteProperty
-    nullptr,                // getPropertyNames
-    nullptr,                // callAsFunction
-    nullptr,                // callAsConstructor
-    nullptr,                // hasInstance
-    nullptr,                // convertToType
-};
+constinit const JSClassDefinition JSKvPeerAgent::m_classInfo =
+    makeClassDefinition("KvPeerAgent", m_properties, m_functions, nullptr, finalize);
 
 const JSClassDefinition* JSKvPeerAgent::getClassInfo() { return &m_classInfo; }
 

@@ -117,25 +117,8 @@ const JSStaticFunction JSKvSocket::m_functions[] = {
     {"setSocketStatusListener", setSocketStatusListener, kJSPropertyAttributeNone},
     {nullptr, nullptr, 0}};
 
-const JSClassDefinition JSKvSocket::m_classInfo = {
-    0,                      // version
-    kJSClassAttributeNone,  // attributes
-    "KvSocket",             // className
-    nullptr,                // parentClass
-    m_properties,           // staticValues
-    m_functions,            // staticFunctions
-    nullptr,                // initialize
-    finalize,               // finalize
-    nullptr,                // hasProperty
-    nullptr,                // getProperty
-    nullptr,                // setProperty
-    nullptr,                // deleteProperty
-    nullptr,                // getPropertyNames
-    nullptr,                // callAsFunction
-    nullptr,                // callAsConstructor
-    nullptr,                // hasInstance
-    nullptr,                // convertToType
-};
+constinit const JSClassDefinition JSKvSocket::m_classInfo =
+    makeClassDefinition("KvSocket", m_properties, m_functions, nullptr, finalize);
 
 const JSClassDefinition* JSKvSocket::getClassInfo() { return &m_classInfo; }
 

@@ -141,7 +141,11 @@ private:
     void failFileTransfers();
     void loseSockets();
     void detachAgents();
+    typedef int (*IndicationAnswer)(unsigned int, unsigned int, const kvp_peer_agent_t*);
+
     void requestServiceConnectionPriv(const KvAgentPtr& agent, const KvPeerAgentPtr& peerAgent);
+    bool answerIndication(const char* name, IndicationAnswer answer, const KvAgentPtr& agent,
+                          const KvPeerAgentPtr& peerAgent, int& result);
     KvSocketPtr openSocket(const KvAgentPtr& agent, const KvPeerAgentPtr& peerAgent,
                            unsigned long connectionId);
     bool hasOpenConnectionTo(const KvPeerAgentPtr& peerAgent) const;

@@ -209,17 +209,28 @@ void KvProxy::OnServiceConnectionIndication(unsigned long agentId, unsigned long
     indicatedConnectionId = 0;
 }
 
-void KvProxy::acceptServiceConnection(const KvAgentPtr& agent, const KvPeerAgentPtr& peerAgent) {
+// Answers the connection indication being delivered with the library
+// function `answer`; false, with nothing sent, when none is being delivered.
+bool KvProxy::answerIndication(const char* name, IndicationAnswer answer, const KvAgentPtr& agent,
+                               const KvPeerAgentPtr& peerAgent, int& result) {
     LoggerI("called");
     if (indicatedConnectionId == 0) {
-        return;
+        return false;
     }
     const unsigned int agentId = agent->getAgentId();
     const unsigned long connectionId = indicatedConnectionId;
     const kvp_peer_agent_t* record = peerAgent->getRecord();
-    const int result = KvClientCall::call("acceptServiceConnection", [=] {
-        return ::acceptServiceConnection(agentId, connectionId, record);
-    });
+    result = KvClientCall::call(name, [=] { return answer(agentId, connectionId, record); });
+    return true;
+}
+
+void KvProxy::acceptServiceConnection(const KvAgentPtr& agent, const KvPeerAgentPtr& peerAgent) {
+    const unsigned long connectionId = indicatedConnectionId;
+    int result = 0;
+    if (!answerIndication("acceptServiceConnection", ::acceptServiceConnection, agent, peerAgent,
+                          result)) {
+        return;
+    }
     if (result != 0) {
         LoggerE("acceptServiceConnection returns failure");
         KvClientCall::isKnownResult("acceptServiceConnection", result);
@@ -231,17 +242,11 @@ void KvProxy::acceptServiceConnection(const KvAgentPtr& agent, const KvPeerAgent
 }
 
 void KvProxy::rejectServiceConnection(const KvAgentPtr& agent, const KvPeerAgentPtr& peerAgent) {
-    LoggerI("called");
-    if (indicatedConnectionId == 0) {
-        return;
+    int result = 0;
+    if (answerIndication("rejectServiceConnection", ::rejectServiceConnection, agent, peerAgent,
+                         result)) {
+        KvClientCall::isKnownResult("rejectServiceConnection", result);
     }
-    const unsigned int agentId = agent->getAgentId();
-    const unsigned long connectionId = indicatedConnectionId;
-    const kvp_peer_agent_t* record = peerAgent->getRecord();
-    const int result = KvClientCall::call("rejectServiceConnection", [=] {
-        return ::rejectServiceConnection(agentId, connectionId, record);
-    });
-    KvClientCall::isKnownResult("rejectServiceConnection", result);
 }
 
 void KvProxy::authenticatePeerAgent(const KvAgentPtr& agent, const KvPeerAgentPtr& peerAgent) {
