@@ -80,6 +80,31 @@ var test = (function () {
         runtime.exit(0);
     }
 
+    // Asks for the app's first agent, lets the client library double confirm
+    // its registration as `agentId` and report `peerRecord` to its search,
+    // then calls done(agent, peer).
+    function findPeer(agentId, peerRecord, done) {
+        webapis.kv.requestKvAgent(
+            function (agents) {
+                var agent = agents[0];
+                agent.setPeerAgentFindListener({
+                    onpeeragentfound: function (peer) {
+                        done(agent, peer);
+                    },
+                });
+                agent.findPeerAgents();
+                webapis.kvdouble.deliver("onRegisterServiceAgentConfirm", 0, agentId);
+                // The confirmation reaches the agent from an idle callback.
+                setTimeout(function () {
+                    webapis.kvdouble.deliver("onPeerAgent", agentId, peerRecord, 0);
+                }, 30);
+            },
+            function (error) {
+                fail("requestKvAgent: " + error.name + ": " + error.message);
+            }
+        );
+    }
+
     return {
         fail: fail,
         equal: equal,
@@ -89,5 +114,6 @@ var test = (function () {
         steps: steps,
         deadline: deadline,
         pass: pass,
+        findPeer: findPeer,
     };
 })();

@@ -49,25 +49,11 @@ var send = recorder(["onprogress", "oncomplete", "onerror"]);
 test.deadline(15000, "the file transfer test");
 test.steps([
     function findThePeer(next) {
-        webapis.kv.requestKvAgent(
-            function (agents) {
-                agent = agents[0];
-                agent.setPeerAgentFindListener({
-                    onpeeragentfound: function (found) {
-                        peer = found;
-                        next();
-                    },
-                });
-                agent.findPeerAgents();
-                kvdouble.deliver("onRegisterServiceAgentConfirm", 0, AGENT_ID);
-                later(function () {
-                    kvdouble.deliver("onPeerAgent", AGENT_ID, PEER, 0);
-                });
-            },
-            function (error) {
-                test.fail("requestKvAgent: " + error.name + ": " + error.message);
-            }
-        );
+        test.findPeer(AGENT_ID, PEER, function (foundAgent, foundPeer) {
+            agent = foundAgent;
+            peer = foundPeer;
+            next();
+        });
     },
 
     function properties(next) {
