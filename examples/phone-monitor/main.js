@@ -47,15 +47,28 @@ function talk(agent, socket) {
 webapis.kv.requestKvAgent(function (agents) {
     var agent = agents[0];
     log('agent', agent.name, 'as', agent.role);
+    var watch = null;
+    var attempts = 0;
     agent.setServiceConnectionListener({
         onconnect: function (socket) {
             talk(agent, socket);
         },
-        onerror: fail('connection failed:')
+        onerror: function (code) {
+            // A watch that has only just registered may not answer the first
+            // request: ask again a few times.
+            if (code !== 'PEERAGENT_NO_RESPONSE' || ++attempts > 5) {
+                fail('connection failed:')(code);
+            }
+            log('no answer from the watch yet, asking again');
+            setTimeout(function () {
+                agent.requestServiceConnection(watch);
+            }, 300);
+        }
     });
     agent.setPeerAgentFindListener({
         onpeeragentfound: function (peer) {
             log('found', peer.appName, 'on', peer.peerAccessory.deviceName);
+            watch = peer;
             agent.requestServiceConnection(peer);
         },
         onpeeragentupdated: function (peer, status) {},

@@ -3,6 +3,8 @@
 // DEVICE_DETACHED, and a send afterwards must fail with "Connection closed.".
 webapis.kv.requestKvAgent(function (agents) {
     var agent = agents[0];
+    var watch = null;
+    var attempts = 0;
     agent.setServiceConnectionListener({
         onconnect: function (socket) {
             socket.setSocketStatusListener(function (reason) {
@@ -23,12 +25,20 @@ webapis.kv.requestKvAgent(function (agents) {
             console.log('phone: connected');
         },
         onerror: function (code) {
-            console.error('phone: connection error', code);
-            runtime.exit(1);
+            // A watch that has only just registered may not answer the first
+            // request: ask again a few times.
+            if (code !== 'PEERAGENT_NO_RESPONSE' || ++attempts > 5) {
+                console.error('phone: connection error', code);
+                runtime.exit(1);
+            }
+            setTimeout(function () {
+                agent.requestServiceConnection(watch);
+            }, 300);
         }
     });
     agent.setPeerAgentFindListener({
         onpeeragentfound: function (peer) {
+            watch = peer;
             agent.requestServiceConnection(peer);
         },
         onerror: function () {
