@@ -40,6 +40,7 @@ AppRunResult runWithPlugins(const PluginLoader& loader, const std::string& sourc
     if (options.timeoutSeconds) {
         environment.setTimeLimit(*options.timeoutSeconds);
     }
+    environment.setArguments(options.arguments);
     JSGlobalContextRef context = environment.context();
     loader.installClasses(context);
     loader.widgetStart(options.widgetId);

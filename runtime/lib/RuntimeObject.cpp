@@ -64,7 +64,20 @@ JSObjectRef installRuntimeObject(JSContextRef context, JSObjectRef global) {
     JSObjectRef marker = makeMarker(context);
     setProperty(context, global, "runtime", runtime,
                 kJSPropertyAttributeReadOnly | kJSPropertyAttributeDontDelete);
+    setRuntimeArguments(context, global, {});
     return marker;
+}
+
+void setRuntimeArguments(JSContextRef context, JSObjectRef global,
+                         const std::vector<std::string>& arguments) {
+    std::vector<JSValueRef> values;
+    for (const std::string& argument : arguments) {
+        values.push_back(JSValueMakeString(context, JsString(argument).get()));
+    }
+    JSObjectRef array = JSObjectMakeArray(context, values.size(), values.data(), nullptr);
+    JSObjectRef runtime =
+        JSValueToObject(context, getProperty(context, global, "runtime"), nullptr);
+    setProperty(context, runtime, "args", array, kJSPropertyAttributeNone);
 }
 
 }  // namespace Runtime

@@ -68,6 +68,10 @@ void ScriptEnvironment::installGlobals() {
     JSValueProtect(m_context, m_exitMarker);
 }
 
+void ScriptEnvironment::setArguments(const std::vector<std::string>& arguments) {
+    setRuntimeArguments(m_context, JSContextGetGlobalObject(m_context), arguments);
+}
+
 bool ScriptEnvironment::evaluate(const std::string& source, const std::string& fileName) {
     m_scriptName = fileName;
     JSValueRef exception = nullptr;

@@ -46,6 +46,10 @@ void parseRunOptions(Arguments& arguments, CommandLine& line) {
             line.pluginFiles.push_back(arguments.valueOf(option));
         } else if (option == "--timeout") {
             line.timeoutSeconds = parseTimeout(arguments.valueOf(option));
+        } else if (option == "--") {
+            while (!arguments.done()) {
+                line.appArguments.push_back(arguments.take());
+            }
         } else if (line.appId.empty() && option.rfind("--", 0) != 0) {
             line.appId = option;
         } else {
@@ -120,12 +124,14 @@ const char* usageText() {
     return "usage: kv-runtime [--device DIR] install APP_FOLDER\n"
            "       kv-runtime [--device DIR] run APP_ID [--plugins DIR] [--plugin FILE]... "
            "[--timeout SECONDS]\n"
+           "                [-- ARGUMENT...]\n"
            "       kv-runtime [--device DIR] list\n"
            "\n"
            "  install   installs the app in APP_FOLDER (its config.xml names it) and prints its "
            "id\n"
            "  run       runs an installed app until it calls runtime.exit(code), throws, is\n"
-           "            interrupted or terminated, or SECONDS pass (exit code 124)\n"
+           "            interrupted or terminated, or SECONDS pass (exit code 124); the\n"
+           "            ARGUMENTs after -- reach the app as the strings of runtime.args\n"
            "  list      prints the installed apps: app id, package, name\n"
            "\n"
            "  --device DIR     the device folder (default: $KV_DEVICE or the default device)\n"

@@ -1,6 +1,7 @@
 // The command line of the kv-runtime program:
 //   kv-runtime [--device DIR] install APP_FOLDER
 //   kv-runtime [--device DIR] run APP_ID [--plugins DIR] [--plugin FILE]... [--timeout SECONDS]
+//              [-- ARGUMENT...]
 //   kv-runtime [--device DIR] list
 //   kv-runtime --help
 #ifndef KV_RUNTIME_COMMAND_LINE_H
@@ -24,6 +25,7 @@ struct CommandLine {
     std::vector<std::string> pluginFolders;
     std::vector<std::string> pluginFiles;
     std::optional<double> timeoutSeconds;
+    std::vector<std::string> appArguments;  // run: what follows "--", for the app
 };
 
 // A command line that does not fit the usage; the message says why.

@@ -66,6 +66,7 @@ AppRunOptions optionsFor(const CommandLine& line, const Device::AppInfo& app) {
     options.scriptName = app.startScript;
     options.widgetId = widgetIdFor(app.appId);
     options.timeoutSeconds = line.timeoutSeconds;
+    options.arguments = line.appArguments;
     choosePlugins(line, options);
     return options;
 }

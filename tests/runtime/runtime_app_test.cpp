@@ -190,6 +190,18 @@ TEST_F(RuntimeAppTest, ConsolePrintsLogAndInfoToStdoutAndWarnAndErrorToStderr) {
     EXPECT_TRUE(contains(log, "console: bad null")) << log;
 }
 
+TEST_F(RuntimeAppTest, ArgumentsAfterTheDoubleDashReachTheScriptAsRuntimeArgs) {
+    const std::string app = install("args0001",
+                                    "console.log(JSON.stringify(runtime.args));\n"
+                                    "runtime.exit(runtime.args.length);\n");
+    const ProcessResult given = run(app, {"--timeout", "20", "--", "one", "--two", ""});
+    EXPECT_EQ(given.exitCode, 3) << given.err;
+    EXPECT_EQ(given.out, "[\"one\",\"--two\",\"\"]\n");
+    const ProcessResult none = run(app);
+    EXPECT_EQ(none.exitCode, 0) << none.err;
+    EXPECT_EQ(none.out, "[]\n");
+}
+
 TEST_F(RuntimeAppTest, TimersFireInDueOrderWithTheirArguments) {
     const std::string app =
         install("timers0001",

@@ -26,6 +26,7 @@ struct AppRunOptions {
     std::vector<std::string> pluginFolders;  // every *.so of each, in name order
     std::vector<std::string> pluginFiles;    // then these, in this order
     std::optional<double> timeoutSeconds;    // ends the run with code 124
+    std::vector<std::string> arguments;      // the script's runtime.args
 };
 
 struct AppRunResult {

@@ -4,6 +4,7 @@
 //                                 stderr; every line is also logged
 //   setTimeout/clearTimeout, setInterval/clearInterval   on ecore timers
 //   runtime.exit([code])          ends the app with `code` (default 0)
+//   runtime.args                  the app's arguments, an array of strings
 // An uncaught exception, at top level or in a timer callback, is reported on
 // stderr as "Uncaught <message> at line <n> in <file>" and ends the app with
 // exit code 1.
@@ -19,6 +20,7 @@
 
 #include <memory>
 #include <string>
+#include <vector>
 
 namespace Kv {
 namespace Runtime {
@@ -44,6 +46,9 @@ public:
     // Returns false when it threw; the exception is then reported as uncaught.
     // A script that ends itself with runtime.exit did not throw.
     bool evaluate(const std::string& source, const std::string& fileName);
+
+    // Sets runtime.args to `arguments` (an empty array until then).
+    void setArguments(const std::vector<std::string>& arguments);
 
     // Ends the app with exit code 124 once `seconds` have passed from now:
     // in the main loop, or by stopping a script that runs that long without
