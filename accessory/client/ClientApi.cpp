@@ -85,6 +85,7 @@ static int answerConnection(unsigned int agentId, unsigned int connectionId, boo
     });
     if (result == KVP_SUCCESS && accept) {
         ServiceClient::instance().trackConnection(connectionId);
+        ServiceClient::instance().holdUntilIdleWorkRan();
     }
     return result;
 }

@@ -175,7 +175,7 @@ void ServiceClient::scheduleReconnect() {
 }
 
 void ServiceClient::scheduleDispatch() {
-    if (!m_pending.empty() && !m_dispatching && m_idler == nullptr) {
+    if (!m_pending.empty() && !m_dispatching && m_idler == nullptr && m_holdStage == 0) {
         m_idler = ecore_idler_add(onIdle, this);
     }
 }
@@ -185,12 +185,22 @@ void ServiceClient::dispatchPending() {
         return;
     }
     m_dispatching = true;
-    while (!m_pending.empty()) {
+    while (!m_pending.empty() && m_holdStage == 0) {
         const wire::Event event = std::move(m_pending.front());
         m_pending.pop_front();
         m_dispatcher.deliver(event);
+        if (event.has_register_confirm()) {
+            holdUntilIdleWorkRan();
+        }
     }
     m_dispatching = false;
+}
+
+void ServiceClient::holdUntilIdleWorkRan() {
+    m_holdStage = 1;
+    if (m_holdIdler == nullptr) {
+        m_holdIdler = ecore_idler_add(onHoldIdle, this);
+    }
 }
 
 Eina_Bool ServiceClient::onReadable(void* data, Ecore_Fd_Handler*) {
@@ -225,6 +235,28 @@ Eina_Bool ServiceClient::onIdle(void* data) {
     } catch (const std::exception& error) {
         LoggerE("event delivery failed: " << error.what());
     }
+    return ECORE_CALLBACK_CANCEL;
+}
+
+// Idle work posted before the hold runs in the idle turn in which this idler
+// first runs; work that it posts in turn runs in the next idle turn, with
+// this idler's second run, which then lets the held events go.
+Eina_Bool ServiceClient::onHoldIdle(void* data) {
+    auto* client = static_cast<ServiceClient*>(data);
+    if (client->m_holdStage == 1) {
+        client->m_holdStage = 2;
+        return ECORE_CALLBACK_RENEW;
+    }
+    client->m_holdStage = 0;
+    try {
+        client->dispatchPending();
+    } catch (const std::exception& error) {
+        LoggerE("event delivery failed: " << error.what());
+    }
+    if (client->m_holdStage != 0) {
+        return ECORE_CALLBACK_RENEW;  // a delivered event asked for a new hold
+    }
+    client->m_holdIdler = nullptr;
     return ECORE_CALLBACK_CANCEL;
 }
 

@@ -5,6 +5,16 @@
 // fd handler of the socket, are queued and delivered one at a time on the
 // main loop, never inside the request call that caused them.
 //
+// Some answers of the app take effect only once the main loop has run the idle
+// work that the app posted while it handled an event: the plug-in confirms a
+// registration to its agent, and hands an accepted connection to the script,
+// from idle callbacks. So after it delivers a registration confirmation, and
+// after the app accepts a connection, the library holds every further event
+// until the main loop has gone idle twice: once to run the work the app
+// posted, once more to be sure that all of it ran. A connection request to a
+// just-registered agent, and data sent at once on a just-accepted connection,
+// thus find the agent registered and the script's listeners set.
+//
 // When the daemon goes away, every connection the app knows ends with reason
 // 1 (device detached) and the device is reported detached; the library then
 // reconnects with a growing pause and reports the device attached again
@@ -42,6 +52,10 @@ public:
     // Connections that the app holds, ended locally if the service is lost.
     void trackConnection(std::uint32_t connectionId) { m_connections.insert(connectionId); }
 
+    // Holds the events not yet delivered until the idle work that the app
+    // posts in this main-loop turn has run (see above).
+    void holdUntilIdleWorkRan();
+
 private:
     ServiceClient();
 
@@ -60,11 +74,16 @@ private:
     static Eina_Bool onReadable(void* data, Ecore_Fd_Handler* handler);
     static Eina_Bool onReconnect(void* data);
     static Eina_Bool onIdle(void* data);
+    static Eina_Bool onHoldIdle(void* data);
 
     std::unique_ptr<DaemonConnection> m_connection;
     Ecore_Fd_Handler* m_fdHandler = nullptr;
     Ecore_Timer* m_reconnectTimer = nullptr;
     Ecore_Idler* m_idler = nullptr;
+    Ecore_Idler* m_holdIdler = nullptr;
+    // 0: events flow; 1: held, waiting for the first idle turn; 2: held,
+    // waiting for the second.
+    int m_holdStage = 0;
     double m_backoff;
     EventDispatcher m_dispatcher;
     std::deque<wire::Event> m_pending;
