@@ -1,14 +1,13 @@
 #include "ServiceProfile.h"
 
 #include <Logger.h>
+#include <kv-accessory/ServiceProfileReader.h>
 #include <kv-device/AppRegistry.h>
-#include <libxml/parser.h>
-#include <libxml/tree.h>
+#include <sys/stat.h>
 
 #include <algorithm>
-#include <cctype>
-#include <memory>
-#include <stdexcept>
+#include <map>
+#include <mutex>
 
 namespace Kv {
 namespace Accessory {
@@ -16,85 +15,107 @@ namespace Accessory {
 namespace {
 
 const char* const kLocationKey = "AccessoryServicesLocation";
+const std::uint16_t kDefaultTimeoutSeconds = 30;
 
-std::string lowered(std::string text) {
-    std::transform(text.begin(), text.end(), text.begin(),
-                   [](unsigned char c) { return static_cast<char>(std::tolower(c)); });
-    return text;
+// The link's write priority (1 high, 2 medium, 3 low) of a channel's
+// priority in the profile (0 high, 1 medium, 2 low).
+int writePriorityOf(std::uint8_t channelPriority) {
+    return std::min<int>(channelPriority, ChannelPriority::kLow) + 1;
 }
 
-// The attribute's value, or `fallback` when the element lacks it.
-std::string attribute(xmlNode* node, const char* name, const std::string& fallback = {}) {
-    xmlChar* value = xmlGetProp(node, reinterpret_cast<const xmlChar*>(name));
-    if (value == nullptr) {
-        return fallback;
-    }
-    std::string text(reinterpret_cast<const char*>(value));
-    xmlFree(value);
-    return text;
-}
-
-// A decimal in 0..65535; anything else gives `fallback`.
-std::uint16_t number(const std::string& text, std::uint16_t fallback) {
-    try {
-        const unsigned long value = std::stoul(text);
-        return value <= 65535 ? static_cast<std::uint16_t>(value) : fallback;
-    } catch (const std::exception&) {
-        return fallback;
+ServiceLimit limitOf(std::uint8_t serviceLimit) {
+    switch (serviceLimit) {
+        case ProfileServiceLimit::kOneAccessory:
+            return ServiceLimit::OneAccessory;
+        case ProfileServiceLimit::kOnePeerAgent:
+            return ServiceLimit::OnePeerAgent;
+        default:
+            return ServiceLimit::Any;
     }
 }
 
-bool named(xmlNode* node, const char* name) {
-    return node->type == XML_ELEMENT_NODE &&
-           xmlStrcmp(node->name, reinterpret_cast<const xmlChar*>(name)) == 0;
-}
-
-ServiceLimit limitOf(const std::string& text) {
-    const std::string word = lowered(text);
-    if (word == "one_accessory") {
-        return ServiceLimit::OneAccessory;
-    }
-    return word == "one_peeragent" ? ServiceLimit::OnePeerAgent : ServiceLimit::Any;
-}
-
-int priorityOf(const std::string& text) {
-    const std::string word = lowered(text);
-    if (word == "low") {
-        return 3;
-    }
-    return word == "medium" ? 2 : 1;
-}
-
-ServiceProfile readProfile(xmlNode* element) {
+ServiceProfile toServiceProfile(const ServiceProfileRecord& record) {
     ServiceProfile profile;
-    profile.id = attribute(element, "id");
-    profile.name = attribute(element, "name");
-    profile.version = attribute(element, "version", profile.version);
-    profile.consumer = lowered(attribute(element, "role")) != "provider";
-    profile.limit = limitOf(attribute(element, "serviceLimit"));
-    profile.timeoutSeconds = number(attribute(element, "serviceTimeout"), profile.timeoutSeconds);
-    for (xmlNode* child = element->children; child != nullptr; child = child->next) {
-        if (!named(child, "serviceChannel")) {
-            continue;
-        }
-        ProfileChannel channel{number(attribute(child, "id"), 0),
-                               priorityOf(attribute(child, "priority"))};
-        if (channel.id != 0) {
-            profile.channels.push_back(channel);
-        }
+    profile.id = record.id;
+    profile.name = record.name;
+    profile.version = record.version;
+    profile.consumer = record.role != ProfileRole::kProvider;
+    profile.limit = limitOf(record.serviceLimit);
+    // A time-out of 0 (also what a value without digits, such as "abc",
+    // gives) is no usable time-out: the daemon then waits the default time.
+    profile.timeoutSeconds =
+        record.serviceTimeout != 0 ? record.serviceTimeout : kDefaultTimeoutSeconds;
+    for (const ServiceChannelRecord& channel : record.channels) {
+        profile.channels.push_back({channel.id, writePriorityOf(channel.priority)});
     }
     return profile;
 }
 
-// Every serviceProfile element under `node`, at any depth, in document order.
-void collectProfiles(xmlNode* node, std::vector<ServiceProfile>& profiles) {
-    for (; node != nullptr; node = node->next) {
-        if (named(node, "serviceProfile")) {
-            profiles.push_back(readProfile(node));
-        } else {
-            collectProfiles(node->children, profiles);
-        }
+// What tells one content of a file from another without reading it: the
+// file (device and inode, which a rewrite by copy or rename changes), its
+// size and its modification time.
+struct FileStamp {
+    dev_t device = 0;
+    ino_t inode = 0;
+    off_t size = 0;
+    timespec modified{};
+
+    bool operator==(const FileStamp& other) const {
+        return device == other.device && inode == other.inode && size == other.size &&
+               modified.tv_sec == other.modified.tv_sec &&
+               modified.tv_nsec == other.modified.tv_nsec;
     }
+};
+
+std::optional<FileStamp> stampOf(const std::string& path) {
+    struct stat status {};
+    if (::stat(path.c_str(), &status) != 0) {
+        return std::nullopt;
+    }
+    return FileStamp{status.st_dev, status.st_ino, status.st_size, status.st_mtim};
+}
+
+// The profiles of one app's file as they were when the file had `stamp`.
+struct CachedProfiles {
+    std::string path;
+    FileStamp stamp;
+    std::vector<ServiceProfile> profiles;
+};
+
+// The parsed files, by app id, and the count of parses. Lookups come from
+// the daemon's one thread; the lock keeps the functions safe on any thread.
+std::mutex cacheLock;
+std::map<std::string, CachedProfiles> cache;
+std::uint64_t parses = 0;
+
+std::vector<ServiceProfile> parseProfiles(const std::string& path) {
+    const ServiceProfileFile file = readServiceProfileFile(path);
+    ++parses;
+    if (!file.complete && file.profiles.empty()) {
+        LoggerW("cannot read the service profile file " << path);
+    } else if (!file.complete) {
+        LoggerW("cannot read the service profile file "
+                << path << " to its end; the " << file.profiles.size()
+                << " profile(s) closed before the error count");
+    }
+    std::vector<ServiceProfile> profiles;
+    for (const ServiceProfileRecord& record : file.profiles) {
+        profiles.push_back(toServiceProfile(record));
+    }
+    return profiles;
+}
+
+// The profiles of the file at `path` of the app `appId`, parsed now unless
+// the cache holds them for the file as it is. Call with cacheLock held.
+const std::vector<ServiceProfile>& appProfiles(const std::string& appId, const std::string& path,
+                                               const FileStamp& stamp) {
+    auto cached = cache.find(appId);
+    if (cached != cache.end() && cached->second.path == path && cached->second.stamp == stamp) {
+        return cached->second.profiles;
+    }
+    CachedProfiles& entry = cache[appId];
+    entry = CachedProfiles{path, stamp, parseProfiles(path)};
+    return entry.profiles;
 }
 
 std::string profileLocation(const Device::AppInfo& app) {
@@ -105,6 +126,32 @@ std::string profileLocation(const Device::AppInfo& app) {
         }
     }
     return location;
+}
+
+// The path of the app's profile file, or nothing (logged) when the app or
+// its declaration of the file is missing.
+std::optional<std::string> profilePath(const std::string& appId) {
+    const std::optional<Device::AppInfo> app = Device::findApp(appId);
+    if (!app) {
+        LoggerW("app " << appId << " is not installed");
+        return std::nullopt;
+    }
+    const std::string location = profileLocation(*app);
+    if (location.empty()) {
+        LoggerW("app " << appId << " declares no service profile file");
+        return std::nullopt;
+    }
+    return app->hostRoot + "/" + location;
+}
+
+const ServiceProfile* findProfile(const std::vector<ServiceProfile>& profiles,
+                                  const std::string& profileId) {
+    for (const ServiceProfile& profile : profiles) {
+        if (profile.id == profileId) {
+            return &profile;
+        }
+    }
+    return nullptr;
 }
 
 }  // namespace
@@ -118,43 +165,30 @@ const ProfileChannel* ServiceProfile::channel(std::uint32_t channelId) const {
     return nullptr;
 }
 
-std::vector<ServiceProfile> readServiceProfiles(const std::string& path) {
-    std::unique_ptr<xmlDoc, void (*)(xmlDocPtr)> document(
-        xmlReadFile(path.c_str(), nullptr,
-                    XML_PARSE_NONET | XML_PARSE_NOERROR | XML_PARSE_NOWARNING),
-        xmlFreeDoc);
-    if (!document) {
-        throw std::runtime_error("cannot read the service profile file " + path);
-    }
-    std::vector<ServiceProfile> profiles;
-    collectProfiles(xmlDocGetRootElement(document.get()), profiles);
-    return profiles;
-}
-
 std::optional<ServiceProfile> findAppProfile(const std::string& appId,
                                              const std::string& profileId) {
-    const std::optional<Device::AppInfo> app = Device::findApp(appId);
-    if (!app) {
-        LoggerW("app " << appId << " is not installed");
-        return std::nullopt;
-    }
-    const std::string location = profileLocation(*app);
-    if (location.empty()) {
-        LoggerW("app " << appId << " declares no service profile file");
-        return std::nullopt;
-    }
-    try {
-        for (ServiceProfile& profile : readServiceProfiles(app->hostRoot + "/" + location)) {
-            if (profile.id == profileId) {
-                return profile;
-            }
+    const std::optional<std::string> path = profilePath(appId);
+    const std::optional<FileStamp> stamp = path ? stampOf(*path) : std::nullopt;
+    std::lock_guard<std::mutex> lock(cacheLock);
+    if (!stamp) {
+        // An app that is gone, or whose file is, keeps nothing in the cache.
+        cache.erase(appId);
+        if (path) {
+            LoggerW("cannot read the service profile file " << *path);
         }
-    } catch (const std::exception& error) {
-        LoggerW(error.what());
         return std::nullopt;
     }
-    LoggerW("app " << appId << " declares no service profile " << profileId);
-    return std::nullopt;
+    const ServiceProfile* profile = findProfile(appProfiles(appId, *path, *stamp), profileId);
+    if (profile == nullptr) {
+        LoggerW("app " << appId << " declares no service profile " << profileId);
+        return std::nullopt;
+    }
+    return *profile;
+}
+
+std::uint64_t profileFileParses() {
+    std::lock_guard<std::mutex> lock(cacheLock);
+    return parses;
 }
 
 }  // namespace Accessory

@@ -1,6 +1,10 @@
 // The service profiles that an installed app declares: read from the XML
 // file that the app's package metadata "AccessoryServicesLocation" names,
-// relative to the app's resource folder.
+// relative to the app's resource folder, by the same reader (and so by the
+// same rules) as the plug-in in the app's process reads it.
+//
+// An app's file is parsed once and its profiles kept for as long as the file
+// is unchanged, so registering many agents of one app costs one parse.
 #ifndef KV_ACCESSORYD_SERVICE_PROFILE_H
 #define KV_ACCESSORYD_SERVICE_PROFILE_H
 
@@ -31,14 +35,18 @@ struct ServiceProfile {
     const ProfileChannel* channel(std::uint32_t channelId) const;
 };
 
-// The profiles of the XML file at `path`, in document order. Throws
-// std::runtime_error naming the file when it can't be read or parsed.
-std::vector<ServiceProfile> readServiceProfiles(const std::string& path);
-
 // The profile `profileId` of the installed app `appId`, or nothing when the
 // app, its profile file or the profile is missing (the reason is logged).
+// A file that breaks off gives the profiles closed before the break, as it
+// does to the plug-in. The app's file is parsed only when this process has
+// not parsed it before or when it has changed since (another path, size,
+// modification time or inode, as a reinstall gives).
 std::optional<ServiceProfile> findAppProfile(const std::string& appId,
                                              const std::string& profileId);
+
+// How many profile files this process has parsed so far: one for each app
+// whose profiles were looked up, and one more each time an app's file changed.
+std::uint64_t profileFileParses();
 
 }  // namespace Accessory
 }  // namespace Kv

@@ -5,19 +5,21 @@
 #include <pkgmgr-info.h>
 #include <unistd.h>
 
+#include <kv-accessory/ServiceProfileReader.h>
 #include <libxml/parser.h>
 
-#include <cctype>
+#include <cstdint>
 #include <cstdlib>
 #include <cstring>
 #include <exception>
-#include <sstream>
-#include <string_view>
+#include <vector>
 
 namespace DeviceAPI {
 namespace KVP {
 
 namespace {
+
+using namespace Kv::Accessory;
 
 const char* const kLocationMetadataKey = "AccessoryServicesLocation";
 const char* const kAppsRoot = "/opt/usr/apps/";
@@ -26,173 +28,61 @@ const char* const kPackageWebFolder = "/res/wgt";
 // The application id of this process, shared by every loader once found.
 std::string cachedAppId;
 
-// The state of one parse: the list being filled and the profile whose
-// element is open (null outside one).
-struct ServiceProfileParseData {
-    KvAgentInitListPtr result;
-    KvAgentInitPtr current;
-};
+// The plug-in's enumerations are numbered as the profile reader numbers its
+// records, so that a record's values convert one to one.
+static_assert(KV_ROLE_PROVIDER == ProfileRole::kProvider &&
+              KV_ROLE_CONSUMER == ProfileRole::kConsumer);
+static_assert(KV_SERVICE_LIMIT_ANY == ProfileServiceLimit::kAny &&
+              KV_SERVICE_LIMIT_ONE_ACCESSORY == ProfileServiceLimit::kOneAccessory &&
+              KV_SERVICE_LIMIT_ONE_PEERAGENT == ProfileServiceLimit::kOnePeerAgent);
+static_assert(KV_TRANSPORT_BT == ProfileTransport::kBt &&
+              KV_TRANSPORT_BLE == ProfileTransport::kBle &&
+              KV_TRANSPORT_USB == ProfileTransport::kUsb &&
+              KV_TRANSPORT_WIFI == ProfileTransport::kWifi);
+static_assert(KV_DATA_RATE_HIGH == ChannelDataRate::kHigh &&
+              KV_DATA_RATE_LOW == ChannelDataRate::kLow);
+static_assert(KV_PRIORITY_HIGH == ChannelPriority::kHigh &&
+              KV_PRIORITY_MEDIUM == ChannelPriority::kMedium &&
+              KV_PRIORITY_LOW == ChannelPriority::kLow);
+static_assert(KV_RELIABILITY_ENABLE == ChannelReliability::kEnable &&
+              KV_RELIABILITY_DISABLE == ChannelReliability::kDisable);
 
-// One word of an attribute value and the enumerator it stands for.
-template <typename Enum>
-struct Word {
-    std::string_view text;
-    Enum value;
-};
-
-const Word<KvServiceLimit> kServiceLimits[] = {
-    {"any", KV_SERVICE_LIMIT_ANY},
-    {"one_accessory", KV_SERVICE_LIMIT_ONE_ACCESSORY},
-    {"one_peeragent", KV_SERVICE_LIMIT_ONE_PEERAGENT},
-};
-const Word<KvDataRate> kDataRates[] = {{"high", KV_DATA_RATE_HIGH}, {"low", KV_DATA_RATE_LOW}};
-const Word<KvPriority> kPriorities[] = {
-    {"high", KV_PRIORITY_HIGH}, {"medium", KV_PRIORITY_MEDIUM}, {"low", KV_PRIORITY_LOW}};
-const Word<KvReliability> kReliabilities[] = {{"enable", KV_RELIABILITY_ENABLE},
-                                              {"disable", KV_RELIABILITY_DISABLE}};
-const Word<KvTransportType> kTransports[] = {
-    {"transport_wifi", KV_TRANSPORT_WIFI},
-    {"transport_bt", KV_TRANSPORT_BT},
-    {"transport_ble", KV_TRANSPORT_BLE},
-    {"transport_usb", KV_TRANSPORT_USB},
-};
-
-// Sets `field` to the enumerator of `text` when the table lists the word;
-// returns whether it did. An unknown word leaves the field as it was.
-template <typename Enum, std::size_t N>
-bool setFromWord(const Word<Enum> (&words)[N], const std::string& text, Enum& field) {
-    for (const Word<Enum>& word : words) {
-        if (word.text == text) {
-            field = word.value;
-            return true;
-        }
-    }
-    return false;
-}
-
-std::string lowerCase(const char* text) {
-    std::string lowered(text);
-    for (char& c : lowered) {
-        c = static_cast<char>(std::tolower(static_cast<unsigned char>(c)));
-    }
-    return lowered;
-}
-
-// Reads an unsigned 16-bit decimal the way stream extraction does: leading
-// white space is skipped, reading stops at the first non-digit, a text
-// without digits gives 0, and a value above 65535 is clamped to 65535.
-std::uint16_t readNumber(const char* text) {
-    std::uint16_t number = 0;
-    std::istringstream stream(text);
-    stream >> number;
-    return number;
-}
-
-// Calls `handle(name, value)` for each attribute of a SAX1 attribute array
-// (alternating names and values, null-terminated; null when there are none).
-template <typename Handler>
-void forEachAttribute(const xmlChar** attributes, Handler handle) {
-    if (attributes == nullptr) {
-        return;
-    }
-    for (const xmlChar** at = attributes; at[0] != nullptr; at += 2) {
-        const char* value = at[1] != nullptr ? reinterpret_cast<const char*>(at[1]) : "";
-        handle(std::string_view(reinterpret_cast<const char*>(at[0])), value);
-    }
-}
-
-void readProfileAttribute(KvAgentInit& profile, std::string_view name, const char* value) {
-    if (name == "role") {
-        profile.role = lowerCase(value) == "provider" ? KV_ROLE_PROVIDER : KV_ROLE_CONSUMER;
-    } else if (name == "name") {
-        profile.name = value;
-    } else if (name == "id") {
-        profile.id = value;
-    } else if (name == "serviceLimit") {
-        profile.serviceLimit = KV_SERVICE_LIMIT_ANY;
-        setFromWord(kServiceLimits, lowerCase(value), profile.serviceLimit);
-    } else if (name == "serviceTimeout") {
-        profile.serviceTimeout = readNumber(value);
-    }
-}
-
-void readChannelAttribute(KvChannel& channel, std::string_view name, const char* value) {
-    if (name == "id") {
-        channel.id = readNumber(value);
-    } else if (name == "dataRate") {
-        setFromWord(kDataRates, lowerCase(value), channel.dataRate);
-    } else if (name == "priority") {
-        setFromWord(kPriorities, lowerCase(value), channel.priority);
-    } else if (name == "reliability") {
-        setFromWord(kReliabilities, lowerCase(value), channel.reliability);
-    }
-}
-
-// A new profile replaces one that is still open, which is then dropped.
-void startServiceProfile(ServiceProfileParseData& data, const xmlChar** attributes) {
-    data.current = KvAgentInitPtr(new KvAgentInit());
-    KvAgentInit& profile = *data.current;
-    forEachAttribute(attributes, [&profile](std::string_view name, const char* value) {
-        readProfileAttribute(profile, name, value);
-    });
-}
-
-void startServiceChannel(ServiceProfileParseData& data, const xmlChar** attributes) {
-    if (!data.current || attributes == nullptr) {
-        return;
-    }
+KvChannel toChannel(const ServiceChannelRecord& record) {
     KvChannel channel;
-    forEachAttribute(attributes, [&channel](std::string_view name, const char* value) {
-        readChannelAttribute(channel, name, value);
-    });
-    if (channel.id != 0) {
-        data.current->channels.push_back(channel);
-    }
+    channel.id = record.id;
+    channel.dataRate = static_cast<KvDataRate>(record.dataRate);
+    channel.priority = static_cast<KvPriority>(record.priority);
+    channel.reliability = static_cast<KvReliability>(record.reliability);
+    return channel;
 }
 
-void startTransport(ServiceProfileParseData& data, const xmlChar** attributes) {
-    if (!data.current || attributes == nullptr) {
-        return;
+// The profile's version is of no use to the plug-in and is left out.
+KvAgentInitPtr toAgentInit(const ServiceProfileRecord& record) {
+    KvAgentInitPtr init(new KvAgentInit());
+    init->id = record.id;
+    init->name = record.name;
+    init->role = static_cast<KvRole>(record.role);
+    init->serviceLimit = static_cast<KvServiceLimit>(record.serviceLimit);
+    for (const ServiceChannelRecord& channel : record.channels) {
+        init->channels.push_back(toChannel(channel));
     }
-    std::vector<KvTransportType>& transports = data.current->transportTypes;
-    forEachAttribute(attributes, [&transports](std::string_view name, const char* value) {
-        KvTransportType type = KV_TRANSPORT_BT;
-        if (name == "type" && setFromWord(kTransports, lowerCase(value), type)) {
-            transports.push_back(type);
-        }
-    });
+    for (std::uint8_t transport : record.transports) {
+        init->transportTypes.push_back(static_cast<KvTransportType>(transport));
+    }
+    init->serviceTimeout = record.serviceTimeout;
+    return init;
 }
 
-// SAX start-element callback. It is called from the C parser, so nothing may
-// leave it as an exception.
-void onStartElement(void* userData, const xmlChar* name, const xmlChar** attributes) {
-    auto& data = *static_cast<ServiceProfileParseData*>(userData);
-    const std::string_view element(reinterpret_cast<const char*>(name));
+// Appends a record of each profile to `list`; running out of memory is
+// logged and ends the list there.
+void appendAgentInits(KvAgentInitList& list, const std::vector<ServiceProfileRecord>& records) {
     try {
-        if (element == "serviceProfile") {
-            startServiceProfile(data, attributes);
-        } else if (element == "serviceChannel") {
-            startServiceChannel(data, attributes);
-        } else if (element == "transport") {
-            startTransport(data, attributes);
+        for (const ServiceProfileRecord& record : records) {
+            list.push_back(toAgentInit(record));
         }
-    } catch (const std::exception& error) {
-        LoggerE("Failed to read the element " << element << ": " << error.what());
-    }
-}
-
-// SAX end-element callback: the closing tag of a profile stores it.
-void onEndElement(void* userData, const xmlChar* name) {
-    auto& data = *static_cast<ServiceProfileParseData*>(userData);
-    if (!data.current || std::strcmp(reinterpret_cast<const char*>(name), "serviceProfile") != 0) {
-        return;
-    }
-    try {
-        data.result->push_back(data.current);
     } catch (const std::exception& error) {
         LoggerE("Failed to store a service profile: " << error.what());
     }
-    data.current.reset();
 }
 
 // Package metadata callback: keeps the value of the location key in the
@@ -297,17 +187,11 @@ std::string KvServiceProfileLoader::getServiceProfilePath() {
 KvAgentInitListPtr KvServiceProfileLoader::parseXML(const std::string& path) {
     KvAgentInitListPtr profiles(new KvAgentInitList());
     xmlInitParser();
-
-    // Only the SAX1 element callbacks: text, comments and everything else of
-    // the file are skipped.
-    xmlSAXHandler handler;
-    std::memset(&handler, 0, sizeof(handler));
-    handler.startElement = onStartElement;
-    handler.endElement = onEndElement;
-    ServiceProfileParseData data{profiles, KvAgentInitPtr()};
-
-    if (xmlSAXUserParseFile(&handler, &data, path.c_str()) != 0) {
-        // The profiles closed before the error are kept.
+    const ServiceProfileFile file = readServiceProfileFile(path);
+    appendAgentInits(*profiles, file.profiles);
+    if (!file.complete) {
+        // The profiles closed before the error are kept, and the parser's
+        // global state is left as it is after a failed parse.
         LoggerE("Failed to open xml file.");
         return profiles;
     }
