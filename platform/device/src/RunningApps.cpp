@@ -4,12 +4,12 @@
 #include <kv-device/AppRegistry.h>
 #include <kv-device/Device.h>
 #include <kv-device/FileUtil.h>
+#include <kv-device/Process.h>
 
 #include <Logger.h>
 
 #include <unistd.h>
 #include <cstdio>
-#include <sstream>
 #include <stdexcept>
 
 namespace Kv {
@@ -19,24 +19,8 @@ namespace {
 
 std::string entryPath(pid_t pid) { return runningDir() + "/" + std::to_string(pid); }
 
-// The start time of process `pid` (field 22 of /proc/<pid>/stat, after the
-// parenthesised command name), or nothing when there is no such process.
-std::optional<std::string> startTime(pid_t pid) {
-    const std::optional<std::string> stat = readFile("/proc/" + std::to_string(pid) + "/stat");
-    if (!stat) {
-        return std::nullopt;
-    }
-    const std::string::size_type nameEnd = stat->rfind(')');
-    if (nameEnd == std::string::npos) {
-        return std::nullopt;
-    }
-    std::istringstream fields(stat->substr(nameEnd + 1));
-    std::string field;
-    // The fields after the name start at number 3 (the state).
-    for (int number = 3; number <= 22 && fields >> field; ++number) {
-    }
-    return fields ? std::optional<std::string>(field) : std::nullopt;
-}
+// The start time of process `pid`, or nothing when there is no such process.
+std::optional<std::string> startTime(pid_t pid) { return processStatField(pid, 22); }
 
 }  // namespace
 

@@ -39,6 +39,12 @@ inline constexpr char kVconfDir[] = "vconf";
 inline constexpr char kRunningDir[] = "running";
 inline constexpr char kPolicyFile[] = "policy.conf";
 inline constexpr char kAccessorySocket[] = "accessory.sock";
+// Where the accessory service notes the files it is receiving, so that what a
+// crash leaves of them is removed at its next start.
+inline constexpr char kPartialFilesDir[] = "partial";
+// When present, the free storage (in bytes) that the device pretends to have
+// for received files, instead of what its file system has.
+inline constexpr char kStorageFreeFile[] = "storage.free";
 
 // "/opt/usr/apps/<package>".
 inline std::string packageRoot(const std::string& package) { return kAppsRoot + package; }
