@@ -3,6 +3,7 @@
 #include <fcntl.h>
 #include <kv-device/Device.h>
 #include <kv-device/FileUtil.h>
+#include <kv-device/Process.h>
 #include <signal.h>
 #include <sys/wait.h>
 #include <unistd.h>
@@ -67,16 +68,50 @@ std::optional<pid_t> daemonPid(const std::string& device) {
     }
     try {
         const pid_t pid = static_cast<pid_t>(std::stol(*text));
-        return pid > 0 && ::kill(pid, 0) == 0 ? std::optional<pid_t>(pid) : std::nullopt;
+        return Device::processRunning(pid) ? std::optional<pid_t>(pid) : std::nullopt;
     } catch (const std::exception&) {
         return std::nullopt;
     }
 }
 
+// The link options a device's daemon was last started with, one per line,
+// kept so that a plain "start" brings the daemon back as it was.
+std::string linkFile(const std::string& device) { return device + "/accessoryd.link"; }
+
+std::vector<std::string> rememberedArguments(const std::string& device) {
+    std::vector<std::string> arguments;
+    if (const std::optional<std::string> text = Device::readFile(linkFile(device))) {
+        std::size_t start = 0;
+        for (std::size_t end; (end = text->find('\n', start)) != std::string::npos;
+             start = end + 1) {
+            arguments.push_back(text->substr(start, end - start));
+        }
+    }
+    return arguments;
+}
+
+// Keeps `arguments`, with a listening port chosen by the system replaced by
+// the port it chose, so that the paired device finds the daemon again.
+void rememberArguments(const std::string& device, std::vector<std::string> arguments) {
+    for (std::size_t i = 0; i + 1 < arguments.size(); ++i) {
+        if (arguments[i] == "--listen" && arguments[i + 1].size() > 2 &&
+            arguments[i + 1].compare(arguments[i + 1].size() - 2, 2, ":0") == 0) {
+            arguments[i + 1].replace(arguments[i + 1].size() - 1, 1,
+                                     std::to_string(listeningPort(device)));
+        }
+    }
+    std::string text;
+    for (const std::string& argument : arguments) {
+        text += argument + "\n";
+    }
+    Device::writeFileAtomically(linkFile(device), text);
+}
+
 }  // namespace
 
-void startDaemon(const std::string& device, const std::vector<std::string>& arguments) {
+void startDaemon(const std::string& device, const std::vector<std::string>& given) {
     Device::ensureLayout(device);
+    const std::vector<std::string> arguments = given.empty() ? rememberedArguments(device) : given;
     if (daemonPid(device)) {
         throw std::runtime_error("the service of " + device + " already runs");
     }
@@ -96,6 +131,7 @@ void startDaemon(const std::string& device, const std::vector<std::string>& argu
                                      "/accessoryd.log");
         }
         if (daemonPid(device)) {
+            rememberArguments(device, arguments);
             return;
         }
         std::this_thread::sleep_for(kPollPause);
@@ -142,11 +178,11 @@ bool stopDaemon(const std::string& device) {
     }
     ::kill(*pid, SIGTERM);
     const auto deadline = Clock::now() + std::chrono::seconds(5);
-    while (::kill(*pid, 0) == 0 && Clock::now() < deadline) {
+    while (Device::processRunning(*pid) && Clock::now() < deadline) {
         ::waitpid(*pid, nullptr, WNOHANG);
         std::this_thread::sleep_for(kPollPause);
     }
-    if (::kill(*pid, 0) == 0) {
+    if (Device::processRunning(*pid)) {
         ::kill(*pid, SIGKILL);
     }
     return true;

@@ -18,6 +18,7 @@ const char* const kUsage =
     "  kv-accessory create DIR_A DIR_B          make two device folders\n"
     "  kv-accessory pair DIR_A DIR_B            start both services, linked over loopback TCP\n"
     "  kv-accessory start DIR [--listen HOST:PORT | --connect HOST:PORT] [--name NAME]\n"
+    "                                           (no options: as it was last started)\n"
     "  kv-accessory status DIR                  the service's link, apps, agents, connections\n"
     "  kv-accessory detach DIR                  drop the device's link and keep it down\n"
     "  kv-accessory attach DIR                  allow the link again\n"

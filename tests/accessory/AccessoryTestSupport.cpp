@@ -5,6 +5,7 @@
 #include <kv-device/AppRegistry.h>
 #include <kv-device/Device.h>
 #include <kv-device/FileUtil.h>
+#include <kv-device/Process.h>
 #include <signal.h>
 #include <sys/wait.h>
 #include <unistd.h>
@@ -134,7 +135,9 @@ void DevicePair::killBeta() {
     ASSERT_TRUE(text.has_value());
     const pid_t pid = static_cast<pid_t>(std::stol(*text));
     ::kill(pid, SIGKILL);
-    ::waitpid(pid, nullptr, 0);
+    while (Kv::Device::processRunning(pid)) {
+        std::this_thread::sleep_for(milliseconds(5));
+    }
     ::unlink((m_beta + "/accessoryd.pid").c_str());
 }
 

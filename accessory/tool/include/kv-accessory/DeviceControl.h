@@ -13,7 +13,10 @@ namespace Accessory {
 
 // Starts kv-accessoryd for the device folder `device` with the extra
 // arguments, its output going to <device>/accessoryd.log, and waits until it
-// serves. Throws std::runtime_error when it does not start.
+// serves. Without arguments, the daemon gets those it was last started with
+// (a listening port that the system chose stays the same), so that a daemon
+// that was stopped or killed comes back linked as before. Throws
+// std::runtime_error when it does not start.
 void startDaemon(const std::string& device, const std::vector<std::string>& arguments);
 
 // The port the device's daemon listens on for its link.
