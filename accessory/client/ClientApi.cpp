@@ -70,10 +70,13 @@ int createServiceConnection(unsigned int agentId, const kvp_peer_agent_t* peer) 
     if (peer == nullptr) {
         return KVP_ERROR_INVALID;
     }
-    return callService([&](wire::Request& request) {
+    const int result = callService([&](wire::Request& request) {
         request.mutable_create_connection()->set_agent_id(agentId);
         *request.mutable_create_connection()->mutable_peer() = toWirePeer(*peer);
     });
+    // Whatever kept the request from being taken, the app hears of it as a
+    // request the service could not carry out.
+    return result == KVP_SUCCESS ? KVP_SUCCESS : KVP_ERROR_GENERAL;
 }
 
 static int answerConnection(unsigned int agentId, unsigned int connectionId, bool accept) {
@@ -84,7 +87,6 @@ static int answerConnection(unsigned int agentId, unsigned int connectionId, boo
         answer->set_connection_id(connectionId);
     });
     if (result == KVP_SUCCESS && accept) {
-        ServiceClient::instance().trackConnection(connectionId);
         ServiceClient::instance().holdUntilIdleWorkRan();
     }
     return result;

@@ -31,17 +31,19 @@ bool ServiceClient::ensureConnected() {
     if (m_connection) {
         return true;
     }
-    if (m_reconnectTimer != nullptr) {
-        return false;  // the timer tries again; a loss has been reported
-    }
     try {
         connect(false);
-        return true;
     } catch (const std::exception& error) {
         LoggerW(error.what());
+        m_connection.reset();
         scheduleReconnect();
         return false;
     }
+    if (m_reconnectTimer != nullptr) {
+        ecore_timer_del(m_reconnectTimer);
+        m_reconnectTimer = nullptr;
+    }
+    return true;
 }
 
 void ServiceClient::connect(bool announce) {
@@ -63,7 +65,7 @@ void ServiceClient::connect(bool announce) {
     if (announce && m_attached) {
         wire::Event event;
         event.mutable_device_status()->set_device_type(m_deviceType);
-        event.mutable_device_status()->set_status(1);
+        event.mutable_device_status()->set_status(wire::DEVICE_ATTACHED);
         m_pending.push_back(event);
         scheduleDispatch();
     }
@@ -119,11 +121,7 @@ void ServiceClient::queue(wire::Event event) {
 
 void ServiceClient::observe(const wire::Event& event) {
     if (event.has_device_status()) {
-        m_attached = event.device_status().status() == 1;
-    } else if (event.has_create_confirm() && event.create_confirm().status() == 0) {
-        m_connections.insert(event.create_confirm().connection_id());
-    } else if (event.has_terminated()) {
-        m_connections.erase(event.terminated().connection_id());
+        m_attached = event.device_status().status() == wire::DEVICE_ATTACHED;
     }
 }
 
@@ -149,17 +147,10 @@ void ServiceClient::lose(const std::string& reason) {
         m_fdHandler = nullptr;
     }
     m_connection.reset();
-    for (std::uint32_t connectionId : m_connections) {
-        wire::Event event;
-        event.mutable_terminated()->set_connection_id(connectionId);
-        event.mutable_terminated()->set_reason(1);
-        m_pending.push_back(event);
-    }
-    m_connections.clear();
     if (m_attached) {
         wire::Event event;
         event.mutable_device_status()->set_device_type(m_deviceType);
-        event.mutable_device_status()->set_status(0);
+        event.mutable_device_status()->set_status(wire::DEVICE_DETACHED);
         m_pending.push_back(event);
     }
     m_attached = false;

@@ -15,10 +15,12 @@
 // just-registered agent, and data sent at once on a just-accepted connection,
 // thus find the agent registered and the script's listeners set.
 //
-// When the daemon goes away, every connection the app knows ends with reason
-// 1 (device detached) and the device is reported detached; the library then
-// reconnects with a growing pause and reports the device attached again
-// when the service it finds is linked.
+// When the daemon goes away, the device is reported detached (which ends
+// every connection of the app); the library then reconnects with a growing
+// pause and reports the device attached again when the service it finds is
+// linked. A request made meanwhile tries to reach the service at once: an app
+// that hears of a new service (through the link key) can use it before the
+// next try is due.
 #ifndef KVP_CLIENT_SERVICE_CLIENT_H
 #define KVP_CLIENT_SERVICE_CLIENT_H
 
@@ -27,7 +29,6 @@
 #include <deque>
 #include <memory>
 #include <optional>
-#include <set>
 
 #include "DaemonConnection.h"
 #include "EventDispatcher.h"
@@ -48,9 +49,6 @@ public:
     bool attached();
 
     EventDispatcher& dispatcher() { return m_dispatcher; }
-
-    // Connections that the app holds, ended locally if the service is lost.
-    void trackConnection(std::uint32_t connectionId) { m_connections.insert(connectionId); }
 
     // Holds the events not yet delivered until the idle work that the app
     // posts in this main-loop turn has run (see above).
@@ -87,9 +85,8 @@ private:
     double m_backoff;
     EventDispatcher m_dispatcher;
     std::deque<wire::Event> m_pending;
-    std::set<std::uint32_t> m_connections;
     std::uint32_t m_nextSerial = 1;
-    int m_deviceType = 32;
+    wire::DeviceType m_deviceType = wire::DEVICE_TYPE_WIFI;
     bool m_attached = false;
     bool m_dispatching = false;
 };

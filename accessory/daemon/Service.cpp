@@ -2,9 +2,10 @@
 
 #include <Logger.h>
 #include <kv-device/AppRegistry.h>
-#include <kvp-client-stub-api.h>
+#include <kv-device/Device.h>
 #include <vconf.h>
 
+#include <random>
 #include <sstream>
 
 namespace Kv {
@@ -14,17 +15,21 @@ namespace {
 
 const char* const kConnStatusKey = "memory/private/kvp/conn_status";
 
-wire::Reply result(int code) {
-    wire::Reply reply;
-    reply.set_result(code);
-    return reply;
-}
+// Where this run's ids start: somewhere else than an earlier run's, so that
+// an id an app kept from before a restart of the service names nothing now.
+std::uint32_t firstIdOfThisRun() { return 1 + std::random_device()() % 100000 * 10000; }
 
 }  // namespace
 
 Service::Service(asio::io_context& io, std::string deviceName)
-    : m_io(io), m_deviceName(std::move(deviceName)) {
+    : m_io(io),
+      m_deviceName(std::move(deviceName)),
+      m_partialFilesDir(Device::root() + "/" + Device::kPartialFilesDir) {
+    m_nextAgent = m_nextConnection = m_nextSearch = firstIdOfThisRun();
+    m_nextTransfer = static_cast<int>(firstIdOfThisRun());
     writeConnStatus(0);
+    // What an earlier run left of files it was receiving is no use to anyone.
+    PartialFile::removeLeftovers(m_partialFilesDir);
 }
 
 SessionId Service::addSession(std::shared_ptr<ClientChannel> channel, const std::string& appId) {
@@ -109,11 +114,11 @@ wire::Reply Service::dispatch(SessionId id, Session& session, const wire::Reques
             if (m_link != nullptr) {
                 m_link->setEnabled(request.set_link().enabled());
             }
-            return result(KVP_SUCCESS);
+            return resultReply(wire::RESULT_SUCCESS);
         case Body::kStatus:
             return status();
         default:
-            return result(KVP_ERROR_INVALID);
+            return resultReply(wire::RESULT_INVALID);
     }
 }
 
@@ -122,10 +127,10 @@ wire::Reply Service::hello(Session& session, const wire::Hello& hello) {
         // The reply still goes out, then the session ends.
         std::shared_ptr<ClientChannel> channel = session.channel;
         asio::post(m_io, [channel] { channel->close("the client speaks another version"); });
-        return result(KVP_ERROR_GENERAL);
+        return resultReply(wire::RESULT_GENERAL);
     }
     session.greeted = true;
-    wire::Reply reply = result(KVP_SUCCESS);
+    wire::Reply reply = resultReply(wire::RESULT_SUCCESS);
     reply.set_value(static_cast<std::int32_t>(kProtocolVersion));
     reply.set_attached(linked());
     reply.set_device_type(kLinkDeviceType);
@@ -135,11 +140,11 @@ wire::Reply Service::hello(Session& session, const wire::Hello& hello) {
 wire::Reply Service::registerAgent(SessionId id, Session& session,
                                    const wire::RegisterAgent& request) {
     if (request.profile_id().empty()) {
-        return result(KVP_ERROR_INVALID);
+        return resultReply(wire::RESULT_INVALID);
     }
     if (session.appId.empty()) {
         LoggerW("registration refused: the process runs no app of this device");
-        return result(KVP_ERROR_GENERAL);
+        return resultReply(wire::RESULT_GENERAL);
     }
     wire::Event event;
     auto* confirm = event.mutable_register_confirm();
@@ -147,14 +152,14 @@ wire::Reply Service::registerAgent(SessionId id, Session& session,
         if (agent.session == id && agent.profile.id == request.profile_id()) {
             confirm->set_agent_id(agentId);
             notify(id, event);
-            return result(KVP_SUCCESS);
+            return resultReply(wire::RESULT_SUCCESS);
         }
     }
     std::optional<ServiceProfile> profile = findAppProfile(session.appId, request.profile_id());
     if (!profile) {
-        confirm->set_result(KVP_ERROR_INVALID);
+        confirm->set_result(wire::RESULT_INVALID);
         notify(id, event);
-        return result(KVP_SUCCESS);
+        return resultReply(wire::RESULT_SUCCESS);
     }
     if (profile->consumer != request.consumer()) {
         LoggerW("agent " << profile->id << ": the installed profile's role wins over the request");
@@ -168,18 +173,18 @@ wire::Reply Service::registerAgent(SessionId id, Session& session,
     confirm->set_agent_id(agent.id);
     notify(id, event);
     tellAgentChanged(agent, true);
-    return result(KVP_SUCCESS);
+    return resultReply(wire::RESULT_SUCCESS);
 }
 
 wire::Reply Service::deregisterAgent(SessionId id, std::uint32_t agentId) {
     if (ownAgent(id, agentId) == nullptr) {
-        return result(KVP_ERROR_INVALID);
+        return resultReply(wire::RESULT_INVALID);
     }
     dropAgent(agentId);
     wire::Event event;
     event.mutable_deregister_confirm()->set_agent_id(agentId);
     notify(id, event);
-    return result(KVP_SUCCESS);
+    return resultReply(wire::RESULT_SUCCESS);
 }
 
 void Service::dropAgent(std::uint32_t agentId) {
@@ -190,7 +195,7 @@ void Service::dropAgent(std::uint32_t agentId) {
         }
     }
     for (std::uint32_t connectionId : connections) {
-        endConnection(connectionId, 0, true);
+        endConnection(connectionId, wire::TERMINATION_CLOSED, true);
     }
     dropTransfers(agentId);
     for (auto search = m_searches.begin(); search != m_searches.end();) {
@@ -206,9 +211,9 @@ void Service::dropAgent(std::uint32_t agentId) {
 
 wire::Reply Service::accessory(std::uint32_t accessoryId) const {
     if (!linked() || accessoryId != m_linkSession) {
-        return result(KVP_ERROR_INVALID);
+        return resultReply(wire::RESULT_INVALID);
     }
-    wire::Reply reply = result(KVP_SUCCESS);
+    wire::Reply reply = resultReply(wire::RESULT_SUCCESS);
     auto* record = reply.mutable_accessory();
     record->set_transport_type(kLinkTransportType);
     record->set_max_data_size(static_cast<std::uint32_t>(kMaxDataSize));
@@ -230,7 +235,7 @@ wire::Reply Service::status() const {
     }
     text << "\nsessions: " << m_sessions.size() << "\nagents: " << m_agents.size()
          << "\nconnections: " << m_connections.size() << "\n";
-    wire::Reply reply = result(KVP_SUCCESS);
+    wire::Reply reply = resultReply(wire::RESULT_SUCCESS);
     reply.set_attached(linked());
     reply.set_status_text(text.str());
     return reply;
@@ -242,7 +247,7 @@ void Service::onLinkUp(const std::string& peerName) {
     writeConnStatus(1);
     wire::Event event;
     event.mutable_device_status()->set_device_type(kLinkDeviceType);
-    event.mutable_device_status()->set_status(1);
+    event.mutable_device_status()->set_status(wire::DEVICE_ATTACHED);
     notifyAll(event);
 }
 
@@ -255,15 +260,15 @@ void Service::onLinkDown() {
     for (std::uint32_t connectionId : connections) {
         auto found = m_connections.find(connectionId);
         if (found != m_connections.end() && found->second.state == ConnectionState::Asking) {
-            failAsking(found->second, 2);
+            failAsking(found->second, wire::CONNECTION_NETWORK_ERROR);
         } else {
-            endConnection(connectionId, 1, false);
+            dropConnection(connectionId);
         }
     }
     for (auto& [searchId, search] : m_searches) {
         wire::Event event;
         event.mutable_peer_found()->set_agent_id(search.agentId);
-        event.mutable_peer_found()->set_status(1);
+        event.mutable_peer_found()->set_status(wire::SEARCH_NO_DEVICE);
         notifyAgent(search.agentId, event);
     }
     m_searches.clear();
@@ -272,12 +277,12 @@ void Service::onLinkDown() {
         transfers.push_back(transactionId);
     }
     for (int transactionId : transfers) {
-        finishTransfer(transactionId, 5, -1);
+        finishTransfer(transactionId, wire::FILE_CONNECTION_LOST, std::nullopt);
     }
     writeConnStatus(0);
     wire::Event event;
     event.mutable_device_status()->set_device_type(kLinkDeviceType);
-    event.mutable_device_status()->set_status(0);
+    event.mutable_device_status()->set_status(wire::DEVICE_DETACHED);
     notifyAll(event);
 }
 

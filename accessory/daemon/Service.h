@@ -18,6 +18,7 @@
 #include <string>
 
 #include "FramedChannel.h"
+#include "PartialFile.h"
 #include "PeerLink.h"
 #include "ServiceProfile.h"
 
@@ -28,8 +29,15 @@ using ClientChannel = FramedChannel<asio::local::stream_protocol::socket>;
 using SessionId = std::uint64_t;
 
 // The device type and transport that this link stands for (a network link).
-inline constexpr int kLinkDeviceType = 32;
-inline constexpr int kLinkTransportType = 3;
+inline constexpr wire::DeviceType kLinkDeviceType = wire::DEVICE_TYPE_WIFI;
+inline constexpr wire::TransportType kLinkTransportType = wire::TRANSPORT_WIFI;
+
+// A reply that carries only a result.
+inline wire::Reply resultReply(wire::Result code) {
+    wire::Reply reply;
+    reply.set_result(code);
+    return reply;
+}
 
 class Service {
 public:
@@ -88,7 +96,8 @@ private:
         std::uint64_t size = 0;
         std::uint64_t done = 0;
         int progress = -1;
-        std::shared_ptr<std::fstream> file;
+        std::shared_ptr<std::ifstream> source;  // sending
+        std::shared_ptr<PartialFile> target;    // receiving, once accepted
         std::shared_ptr<asio::steady_timer> timer;
     };
 
@@ -128,18 +137,26 @@ private:
     Connection* connectionByPeerId(std::uint32_t peerConnectionId);
     wire::RemoteAgent describe(const Agent& agent) const;
     wire::PeerAgent peerRecord(const wire::RemoteAgent& agent) const;
-    int limitStatus(const Agent& agent, std::uint32_t peerAgentId) const;
+    wire::ConnectionStatus limitStatus(const Agent& agent, std::uint32_t peerAgentId) const;
     void dropAgent(std::uint32_t agentId);
-    void endConnection(std::uint32_t connectionId, int reason, bool tellPeer);
-    void failAsking(Connection& connection, int status);
+    void endConnection(std::uint32_t connectionId, wire::TerminationReason reason, bool tellPeer);
+    // Forgets a connection without telling its app (the link went down: the
+    // detach tells the app).
+    void dropConnection(std::uint32_t connectionId);
+    void failAsking(Connection& connection, wire::ConnectionStatus status);
     void tellAgentChanged(const Agent& agent, bool available);
     Transfer* ownTransfer(SessionId id, int transactionId);
     Transfer* transferByOffer(int offerId, bool sending);
     void pumpFile(int transactionId);
     void reportProgress(Transfer& transfer);
-    // Ends a transfer with `status` for its app; `peerStatus` (when not
-    // negative) goes to the other device.
-    void finishTransfer(int transactionId, int status, int peerStatus);
+    void acceptOffer(Transfer& transfer, const std::string& path);
+    void completeReceive(Transfer& transfer);
+    std::size_t incomingTransfers(std::uint32_t agentId) const;
+    // Ends a transfer with `status` for its app (with `path` as the file's
+    // final path, when given); `peerStatus`, when given, goes to the other
+    // device.
+    void finishTransfer(int transactionId, wire::FileStatus status,
+                        std::optional<wire::FileStatus> peerStatus, const std::string& path = {});
     void dropTransfers(std::uint32_t agentId);
     void sendLink(const wire::LinkMessage& message, int priority = kPriorityControl);
     void notify(SessionId id, wire::Event event);
@@ -157,6 +174,7 @@ private:
     std::map<std::uint32_t, Connection> m_connections;
     std::map<std::uint32_t, Search> m_searches;
     std::map<int, Transfer> m_transfers;
+    std::string m_partialFilesDir;  // notes of the files being received
     SessionId m_nextSession = 1;
     std::uint32_t m_nextAgent = 1;
     std::uint32_t m_nextConnection = 1;

@@ -2,32 +2,11 @@
 // the asked app, its answer, the time-out, data in order per channel, and
 // the end of a connection on both devices.
 #include <Logger.h>
-#include <kvp-client-stub-api.h>
 
 #include "Service.h"
 
 namespace Kv {
 namespace Accessory {
-
-namespace {
-
-// Connection statuses of the client library.
-constexpr int kMade = 0;
-constexpr int kAlreadyExists = 1;
-constexpr int kDeviceUnreachable = 3;
-constexpr int kInvalidPeer = 4;
-constexpr int kNoResponse = 5;
-constexpr int kRejected = 6;
-// Termination reasons.
-constexpr int kPeerDisconnected = 0;
-
-wire::Reply result(int code) {
-    wire::Reply reply;
-    reply.set_result(code);
-    return reply;
-}
-
-}  // namespace
 
 Service::Connection* Service::ownConnection(SessionId id, std::uint32_t connectionId) {
     auto found = m_connections.find(connectionId);
@@ -46,39 +25,41 @@ Service::Connection* Service::connectionByPeerId(std::uint32_t peerConnectionId)
     return nullptr;
 }
 
-int Service::limitStatus(const Agent& agent, std::uint32_t peerAgentId) const {
+wire::ConnectionStatus Service::limitStatus(const Agent& agent, std::uint32_t peerAgentId) const {
     bool any = false;
     for (const auto& [id, connection] : m_connections) {
         if (connection.agentId != agent.id) {
             continue;
         }
         if (connection.peer.peer_agent_id() == peerAgentId) {
-            return kAlreadyExists;
+            return wire::CONNECTION_ALREADY_EXISTS;
         }
         any = true;
     }
-    return any && agent.profile.limit == ServiceLimit::OneAccessory ? kAlreadyExists : kMade;
+    return any && agent.profile.limit == ServiceLimit::OneAccessory
+               ? wire::CONNECTION_ALREADY_EXISTS
+               : wire::CONNECTION_MADE;
 }
 
 wire::Reply Service::createConnection(SessionId id, const wire::CreateConnection& request) {
     Agent* agent = ownAgent(id, request.agent_id());
     if (agent == nullptr || !request.has_peer()) {
-        return result(KVP_ERROR_INVALID);
+        return resultReply(wire::RESULT_INVALID);
     }
     const std::uint32_t connectionId = m_nextConnection++;
     Connection connection{connectionId, agent->id, 0, request.peer(), ConnectionState::Asking, {}};
-    int status = kMade;
+    wire::ConnectionStatus status = wire::CONNECTION_MADE;
     if (!linked()) {
-        status = kDeviceUnreachable;
+        status = wire::CONNECTION_DEVICE_UNREACHABLE;
     } else if (request.peer().accessory_id() != m_linkSession) {
-        status = kInvalidPeer;
+        status = wire::CONNECTION_INVALID_PEER_AGENT;  // a peer of an earlier link
     } else {
         status = limitStatus(*agent, request.peer().peer_agent_id());
     }
-    if (status != kMade) {
+    if (status != wire::CONNECTION_MADE) {
         m_connections[connectionId] = connection;
         failAsking(m_connections[connectionId], status);
-        return result(KVP_SUCCESS);
+        return resultReply(wire::RESULT_SUCCESS);
     }
     connection.timer = std::make_shared<asio::steady_timer>(
         m_io, std::chrono::seconds(agent->profile.timeoutSeconds));
@@ -93,7 +74,7 @@ wire::Reply Service::createConnection(SessionId id, const wire::CreateConnection
         withdraw.mutable_close()->set_connection_id(connectionId);
         withdraw.mutable_close()->set_asker_id(true);
         sendLink(withdraw, kPriorityControl);
-        failAsking(found->second, kNoResponse);
+        failAsking(found->second, wire::CONNECTION_NO_RESPONSE);
     });
     m_connections[connectionId] = connection;
     wire::LinkMessage query;
@@ -103,10 +84,10 @@ wire::Reply Service::createConnection(SessionId id, const wire::CreateConnection
     ask->set_to_agent_id(request.peer().peer_agent_id());
     ask->set_timeout_seconds(agent->profile.timeoutSeconds);
     sendLink(query);
-    return result(KVP_SUCCESS);
+    return resultReply(wire::RESULT_SUCCESS);
 }
 
-void Service::failAsking(Connection& connection, int status) {
+void Service::failAsking(Connection& connection, wire::ConnectionStatus status) {
     wire::Event event;
     auto* confirm = event.mutable_create_confirm();
     confirm->set_agent_id(connection.agentId);
@@ -114,10 +95,7 @@ void Service::failAsking(Connection& connection, int status) {
     *confirm->mutable_peer() = connection.peer;
     confirm->set_status(status);
     notifyAgent(connection.agentId, event);
-    if (connection.timer) {
-        connection.timer->cancel();
-    }
-    m_connections.erase(connection.id);
+    dropConnection(connection.id);
 }
 
 void Service::onConnectQuery(const wire::ConnectQuery& query) {
@@ -127,11 +105,12 @@ void Service::onConnectQuery(const wire::ConnectQuery& query) {
     auto agent = m_agents.find(query.to_agent_id());
     if (agent == m_agents.end() || agent->second.profile.id != query.from().profile_id() ||
         agent->second.profile.consumer == query.from().consumer()) {
-        reply->set_status(kInvalidPeer);
+        reply->set_status(wire::CONNECTION_INVALID_PEER_AGENT);
         sendLink(answer);
         return;
     }
-    if (const int status = limitStatus(agent->second, query.from().agent_id()); status != kMade) {
+    if (const wire::ConnectionStatus status = limitStatus(agent->second, query.from().agent_id());
+        status != wire::CONNECTION_MADE) {
         reply->set_status(status);
         sendLink(answer);
         return;
@@ -151,7 +130,7 @@ void Service::onConnectQuery(const wire::ConnectQuery& query) {
         auto found = m_connections.find(connectionId);
         if (!error && found != m_connections.end() &&
             found->second.state == ConnectionState::Indicated) {
-            endConnection(connectionId, kPeerDisconnected, false);
+            endConnection(connectionId, wire::TERMINATION_CLOSED, false);
         }
     });
     m_connections[connectionId] = connection;
@@ -168,41 +147,41 @@ wire::Reply Service::answerConnection(SessionId id, const wire::ConnectionAnswer
     Connection* connection = ownConnection(id, answer.connection_id());
     if (connection == nullptr || connection->agentId != answer.agent_id() ||
         connection->state != ConnectionState::Indicated) {
-        return result(KVP_ERROR_INVALID);
+        return resultReply(wire::RESULT_INVALID);
     }
     if (!linked()) {
-        return result(KVP_ERROR_NO_DEVICE);
+        return resultReply(wire::RESULT_NO_DEVICE);
     }
     wire::LinkMessage message;
     auto* reply = message.mutable_connect_reply();
     reply->set_connection_id(connection->peerConnectionId);
     reply->set_peer_connection_id(connection->id);
-    reply->set_status(accept ? kMade : kRejected);
+    reply->set_status(accept ? wire::CONNECTION_MADE : wire::CONNECTION_REJECTED);
     sendLink(message);
-    connection->timer->cancel();
     if (accept) {
+        connection->timer->cancel();
         connection->state = ConnectionState::Open;
         LoggerI("connection " << connection->id << ": accepted");
     } else {
-        m_connections.erase(connection->id);
+        dropConnection(connection->id);
     }
-    return result(KVP_SUCCESS);
+    return resultReply(wire::RESULT_SUCCESS);
 }
 
 void Service::onConnectReply(const wire::ConnectReply& reply) {
     auto found = m_connections.find(reply.connection_id());
     if (found == m_connections.end() || found->second.state != ConnectionState::Asking) {
-        if (reply.status() == kMade) {
+        if (reply.status() == wire::CONNECTION_MADE) {
             // Accepted after this side gave up: the other end must close it.
             wire::LinkMessage close;
             close.mutable_close()->set_connection_id(reply.peer_connection_id());
-            close.mutable_close()->set_reason(kPeerDisconnected);
+            close.mutable_close()->set_reason(wire::TERMINATION_CLOSED);
             sendLink(close, kPriorityLow);
         }
         return;
     }
     Connection& connection = found->second;
-    if (reply.status() != kMade) {
+    if (reply.status() != wire::CONNECTION_MADE) {
         failAsking(connection, reply.status());
         return;
     }
@@ -215,19 +194,25 @@ void Service::onConnectReply(const wire::ConnectReply& reply) {
     confirm->set_agent_id(connection.agentId);
     confirm->set_connection_id(connection.id);
     *confirm->mutable_peer() = connection.peer;
-    confirm->set_status(kMade);
+    confirm->set_status(wire::CONNECTION_MADE);
     notifyAgent(connection.agentId, event);
 }
 
 wire::Reply Service::terminateConnection(SessionId id, std::uint32_t connectionId) {
-    if (ownConnection(id, connectionId) == nullptr) {
-        return result(KVP_ERROR_INVALID);
+    auto found = m_connections.find(connectionId);
+    if (found == m_connections.end()) {
+        // Ended already (or never made): it is ended, as asked.
+        return resultReply(wire::RESULT_SUCCESS);
     }
-    endConnection(connectionId, kPeerDisconnected, true);
-    return result(KVP_SUCCESS);
+    if (ownAgent(id, found->second.agentId) == nullptr) {
+        return resultReply(wire::RESULT_INVALID);
+    }
+    endConnection(connectionId, wire::TERMINATION_CLOSED, true);
+    return resultReply(wire::RESULT_SUCCESS);
 }
 
-void Service::endConnection(std::uint32_t connectionId, int reason, bool tellPeer) {
+void Service::endConnection(std::uint32_t connectionId, wire::TerminationReason reason,
+                            bool tellPeer) {
     auto found = m_connections.find(connectionId);
     if (found == m_connections.end()) {
         return;
@@ -237,25 +222,33 @@ void Service::endConnection(std::uint32_t connectionId, int reason, bool tellPee
         wire::LinkMessage message;
         if (connection.state == ConnectionState::Indicated) {
             message.mutable_connect_reply()->set_connection_id(connection.peerConnectionId);
-            message.mutable_connect_reply()->set_status(kNoResponse);
+            message.mutable_connect_reply()->set_status(wire::CONNECTION_NO_RESPONSE);
         } else {
             // A close travels behind the data already queued for the connection.
             message.mutable_close()->set_connection_id(connection.state == ConnectionState::Asking
                                                            ? connection.id
                                                            : connection.peerConnectionId);
             message.mutable_close()->set_asker_id(connection.state == ConnectionState::Asking);
-            message.mutable_close()->set_reason(kPeerDisconnected);
+            message.mutable_close()->set_reason(wire::TERMINATION_CLOSED);
         }
         sendLink(message, kPriorityLow);
-    }
-    if (connection.timer) {
-        connection.timer->cancel();
     }
     wire::Event event;
     event.mutable_terminated()->set_connection_id(connectionId);
     event.mutable_terminated()->set_reason(reason);
     notifyAgent(connection.agentId, event);
     LoggerI("connection " << connectionId << ": ended, reason " << reason);
+    dropConnection(connectionId);
+}
+
+void Service::dropConnection(std::uint32_t connectionId) {
+    auto found = m_connections.find(connectionId);
+    if (found == m_connections.end()) {
+        return;
+    }
+    if (found->second.timer) {
+        found->second.timer->cancel();
+    }
     m_connections.erase(found);
 }
 
@@ -268,32 +261,32 @@ void Service::onLinkClose(const wire::LinkClose& close) {
     if (connection == nullptr) {
         return;
     }
-    const int reason = close.reason() >= 0 && close.reason() <= 2 ? close.reason() : 2;
-    endConnection(connection->id, reason, false);
+    endConnection(connection->id, close.reason(), false);
 }
 
 wire::Reply Service::sendData(SessionId id, const wire::SendData& request) {
     Connection* connection = ownConnection(id, request.connection_id());
     if (connection == nullptr || connection->state != ConnectionState::Open) {
-        return result(KVP_ERROR_INVALID);
+        return resultReply(wire::RESULT_INVALID);
     }
     const ProfileChannel* channel =
         m_agents.at(connection->agentId).profile.channel(request.channel_id());
     if (channel == nullptr) {
-        return result(KVP_ERROR_INVALID);
+        return resultReply(wire::RESULT_INVALID);
     }
     if (request.data().size() > kMaxDataSize) {
-        return result(KVP_ERROR_GENERAL);
+        return resultReply(wire::RESULT_GENERAL);
     }
     if (!linked()) {
-        return result(KVP_ERROR_NO_DEVICE);
+        return resultReply(wire::RESULT_NO_DEVICE);
     }
     wire::LinkMessage message;
     auto* data = message.mutable_data();
     data->set_connection_id(connection->peerConnectionId);
     data->set_channel_id(request.channel_id());
     data->set_data(request.data());
-    return result(m_link->send(message, channel->priority) ? KVP_SUCCESS : KVP_ERROR_GENERAL);
+    return resultReply(m_link->send(message, channel->priority) ? wire::RESULT_SUCCESS
+                                                                : wire::RESULT_GENERAL);
 }
 
 void Service::onLinkData(const wire::LinkData& data) {

@@ -2,7 +2,6 @@
 // profile in the opposite role, and telling the linked device when local
 // agents come and go.
 #include <Logger.h>
-#include <kvp-client-stub-api.h>
 
 #include "Service.h"
 
@@ -13,25 +12,19 @@ namespace {
 
 constexpr std::chrono::seconds kSearchTimeout(5);
 
-wire::Reply result(int code) {
-    wire::Reply reply;
-    reply.set_result(code);
-    return reply;
-}
-
 }  // namespace
 
 wire::Reply Service::findPeers(SessionId id, std::uint32_t agentId) {
     Agent* agent = ownAgent(id, agentId);
     if (agent == nullptr) {
-        return result(KVP_ERROR_INVALID);
+        return resultReply(wire::RESULT_INVALID);
     }
     if (!linked()) {
         wire::Event event;
         event.mutable_peer_found()->set_agent_id(agentId);
-        event.mutable_peer_found()->set_status(1);
+        event.mutable_peer_found()->set_status(wire::SEARCH_NO_DEVICE);
         notify(id, event);
-        return result(KVP_SUCCESS);
+        return resultReply(wire::RESULT_SUCCESS);
     }
     const std::uint32_t searchId = m_nextSearch++;
     auto timer = std::make_shared<asio::steady_timer>(m_io, kSearchTimeout);
@@ -42,7 +35,7 @@ wire::Reply Service::findPeers(SessionId id, std::uint32_t agentId) {
         }
         wire::Event event;
         event.mutable_peer_found()->set_agent_id(search->second.agentId);
-        event.mutable_peer_found()->set_status(3);
+        event.mutable_peer_found()->set_status(wire::SEARCH_TIMED_OUT);
         notifyAgent(search->second.agentId, event);
         m_searches.erase(search);
     });
@@ -52,7 +45,7 @@ wire::Reply Service::findPeers(SessionId id, std::uint32_t agentId) {
     query.mutable_find_query()->set_profile_id(agent->profile.id);
     query.mutable_find_query()->set_want_consumer(!agent->profile.consumer);
     sendLink(query);
-    return result(KVP_SUCCESS);
+    return resultReply(wire::RESULT_SUCCESS);
 }
 
 void Service::onFindQuery(const wire::FindQuery& query) {
@@ -80,12 +73,13 @@ void Service::onFindAnswer(const wire::FindAnswer& answer) {
         wire::Event event;
         event.mutable_peer_found()->set_agent_id(agentId);
         *event.mutable_peer_found()->mutable_peer() = peerRecord(remote);
-        event.mutable_peer_found()->set_status(0);
+        event.mutable_peer_found()->set_status(wire::SEARCH_FOUND);
         notifyAgent(agentId, event);
     }
     wire::Event end;
     end.mutable_peer_found()->set_agent_id(agentId);
-    end.mutable_peer_found()->set_status(answer.agents().empty() ? 2 : 4);
+    end.mutable_peer_found()->set_status(answer.agents().empty() ? wire::SEARCH_NONE_FOUND
+                                                                 : wire::SEARCH_ENDED);
     notifyAgent(agentId, end);
 }
 
@@ -109,14 +103,15 @@ void Service::onAgentChanged(const wire::AgentChanged& change) {
         wire::Event event;
         event.mutable_peer_changed()->set_agent_id(agentId);
         *event.mutable_peer_changed()->mutable_peer() = peerRecord(remote);
-        event.mutable_peer_changed()->set_status(change.available() ? 0 : 1);
+        event.mutable_peer_changed()->set_status(change.available() ? wire::PEER_AVAILABLE
+                                                                    : wire::PEER_GONE);
         notify(agent.session, event);
     }
 }
 
 wire::Reply Service::authenticate(SessionId id, const wire::Authenticate& request) {
     if (ownAgent(id, request.agent_id()) == nullptr || !request.has_peer()) {
-        return result(KVP_ERROR_INVALID);
+        return resultReply(wire::RESULT_INVALID);
     }
     // The link joins two devices of one machine: a peer of the current link
     // session is authentic, and its token names the device and the app.
@@ -128,10 +123,10 @@ wire::Reply Service::authenticate(SessionId id, const wire::Authenticate& reques
         answer->set_has_token(true);
         answer->set_token(request.peer().device_name() + "/" + request.peer().app_name());
     } else {
-        answer->set_status(1);
+        answer->set_status(wire::NOT_AUTHENTICATED);
     }
     notify(id, event);
-    return result(KVP_SUCCESS);
+    return resultReply(wire::RESULT_SUCCESS);
 }
 
 }  // namespace Accessory

@@ -1,12 +1,13 @@
 // File transfer: a file offered to a peer agent, accepted or rejected by its
 // app, sent in chunks behind the link's other traffic, and ended (done,
-// cancelled, failed or cut by the link) on both devices.
+// cancelled, failed or cut by the link) on both devices. A received file is
+// written under a temporary name and takes its final name only when whole.
 #include <Logger.h>
 #include <kv-device/Device.h>
-#include <kvp-client-stub-api.h>
+#include <kv-device/Storage.h>
 
 #include <cerrno>
-#include <cstdio>
+#include <cstring>
 
 #include "Service.h"
 
@@ -15,26 +16,14 @@ namespace Accessory {
 
 namespace {
 
-// File transfer statuses of the client library.
-constexpr int kDone = 0;
-constexpr int kFileIo = 1;
-constexpr int kChannelIo = 3;
-constexpr int kNoResponse = 4;
-constexpr int kConnectionLost = 5;
-constexpr int kRejected = 9;
-constexpr int kNoSpace = 11;
-
 constexpr std::size_t kChunkSize = 64 * 1024;
 // The sender stops feeding the link while this much is queued on it.
 constexpr std::size_t kLinkBacklog = 1024 * 1024;
 constexpr std::chrono::milliseconds kPumpPause(5);
 constexpr std::chrono::seconds kAnswerTimeout(30);
-
-wire::Reply result(int code) {
-    wire::Reply reply;
-    reply.set_result(code);
-    return reply;
-}
+// An agent takes at most this many files at once; a further offer is
+// refused as the agent's app would refuse it.
+constexpr std::size_t kMaxIncomingTransfers = 4;
 
 // Where a device path is for this process: itself inside the device, the
 // device folder's copy when the daemon could not enter it.
@@ -48,6 +37,22 @@ std::string localPath(const std::string& path) {
 std::string baseName(const std::string& path) {
     const std::size_t slash = path.rfind('/');
     return slash == std::string::npos ? path : path.substr(slash + 1);
+}
+
+std::string folderName(const std::string& path) {
+    const std::size_t slash = path.rfind('/');
+    return slash == std::string::npos ? "." : path.substr(0, slash + 1);
+}
+
+// Files received into the default folder never replace one that is there.
+bool keepsExistingFiles(const std::string& path) {
+    return folderName(path) == Device::kDownloadsRoot;
+}
+
+// What a failed write on the receiving side means for both sides.
+wire::FileStatus writeFailure(int error) {
+    return error == ENOSPC || error == EDQUOT || error == EFBIG ? wire::FILE_NO_SPACE
+                                                                : wire::FILE_IO;
 }
 
 }  // namespace
@@ -69,34 +74,42 @@ Service::Transfer* Service::transferByOffer(int offerId, bool sending) {
     return nullptr;
 }
 
+std::size_t Service::incomingTransfers(std::uint32_t agentId) const {
+    std::size_t count = 0;
+    for (const auto& [id, transfer] : m_transfers) {
+        count += !transfer.sending && transfer.agentId == agentId ? 1 : 0;
+    }
+    return count;
+}
+
 wire::Reply Service::pushFile(SessionId id, const wire::PushFile& request) {
     Agent* agent = ownAgent(id, request.agent_id());
     if (agent == nullptr || !request.has_peer() || request.path().empty()) {
-        return result(KVP_ERROR_INVALID);
+        return resultReply(wire::RESULT_INVALID);
     }
     if (!linked() || request.peer().accessory_id() != m_linkSession) {
-        return result(KVP_ERROR_NO_DEVICE);
+        return resultReply(wire::RESULT_NO_DEVICE);
     }
-    auto file = std::make_shared<std::fstream>(localPath(request.path()),
-                                               std::ios::in | std::ios::binary | std::ios::ate);
-    if (!file->is_open()) {
+    auto source = std::make_shared<std::ifstream>(localPath(request.path()),
+                                                  std::ios::binary | std::ios::ate);
+    if (!source->is_open()) {
         LoggerW("cannot read " << request.path());
-        return result(KVP_ERROR_GENERAL);
+        return resultReply(wire::RESULT_GENERAL);
     }
     Transfer transfer;
     transfer.id = transfer.offerId = m_nextTransfer++;
     transfer.agentId = agent->id;
     transfer.sending = true;
     transfer.path = request.path();
-    transfer.size = static_cast<std::uint64_t>(file->tellg());
-    file->seekg(0);
-    transfer.file = file;
+    transfer.size = static_cast<std::uint64_t>(source->tellg());
+    source->seekg(0);
+    transfer.source = source;
     const int transactionId = transfer.id;
     transfer.timer = std::make_shared<asio::steady_timer>(m_io, kAnswerTimeout);
     transfer.timer->async_wait([this, transactionId](const asio::error_code& error) {
         auto found = m_transfers.find(transactionId);
         if (!error && found != m_transfers.end() && !found->second.flowing) {
-            finishTransfer(transactionId, kNoResponse, kNoResponse);
+            finishTransfer(transactionId, wire::FILE_NO_RESPONSE, wire::FILE_NO_RESPONSE);
         }
     });
     m_transfers[transactionId] = transfer;
@@ -108,17 +121,21 @@ wire::Reply Service::pushFile(SessionId id, const wire::PushFile& request) {
     body->set_file_name(baseName(request.path()));
     body->set_size(transfer.size);
     sendLink(offer);
-    wire::Reply reply = result(KVP_SUCCESS);
+    wire::Reply reply = resultReply(wire::RESULT_SUCCESS);
     reply.set_value(transactionId);
     return reply;
 }
 
 void Service::onFileOffer(const wire::FileOffer& offer) {
     auto agent = m_agents.find(offer.to_agent_id());
-    if (agent == m_agents.end()) {
+    const bool busy =
+        agent != m_agents.end() && incomingTransfers(agent->first) >= kMaxIncomingTransfers;
+    if (agent == m_agents.end() || busy) {
+        LoggerI("file offer " << offer.transaction_id()
+                              << " refused: " << (busy ? "the agent is busy" : "no such agent"));
         wire::LinkMessage end;
         end.mutable_file_end()->set_transaction_id(offer.transaction_id());
-        end.mutable_file_end()->set_status(kRejected);
+        end.mutable_file_end()->set_status(wire::FILE_REJECTED);
         end.mutable_file_end()->set_to_sender(true);
         sendLink(end);
         return;
@@ -138,28 +155,45 @@ void Service::onFileOffer(const wire::FileOffer& offer) {
 
 wire::Reply Service::receiveFile(SessionId id, const wire::ReceiveFile& request) {
     Transfer* transfer = ownTransfer(id, request.transaction_id());
-    if (transfer == nullptr || transfer->sending || transfer->flowing) {
-        return result(KVP_ERROR_INVALID);
+    if (transfer == nullptr || transfer->sending || transfer->flowing ||
+        (request.accept() && request.path().empty())) {
+        return resultReply(wire::RESULT_INVALID);
     }
-    wire::LinkMessage answer;
-    answer.mutable_file_answer()->set_transaction_id(transfer->offerId);
-    answer.mutable_file_answer()->set_accept(request.accept());
     if (!request.accept()) {
+        wire::LinkMessage answer;
+        answer.mutable_file_answer()->set_transaction_id(transfer->offerId);
+        answer.mutable_file_answer()->set_accept(false);
         sendLink(answer);
         m_transfers.erase(transfer->id);
-        return result(KVP_SUCCESS);
+        return resultReply(wire::RESULT_SUCCESS);
     }
-    auto file = std::make_shared<std::fstream>(localPath(request.path()),
-                                               std::ios::out | std::ios::binary | std::ios::trunc);
-    if (request.path().empty() || !file->is_open()) {
-        LoggerW("cannot write " << request.path());
-        return result(KVP_ERROR_GENERAL);
+    acceptOffer(*transfer, request.path());
+    return resultReply(wire::RESULT_SUCCESS);
+}
+
+// Opens the file the offer will be written to and lets the sender start;
+// a file that can't be made, or has no room, ends the transfer on both sides.
+void Service::acceptOffer(Transfer& transfer, const std::string& path) {
+    transfer.path = path;
+    const std::string local = localPath(path);
+    const std::optional<std::uint64_t> room = Device::freeSpace(folderName(local));
+    if (room && *room < transfer.size) {
+        LoggerW("no room for " << path << ": " << transfer.size << " bytes, " << *room << " free");
+        finishTransfer(transfer.id, wire::FILE_NO_SPACE, wire::FILE_NO_SPACE);
+        return;
     }
-    transfer->path = request.path();
-    transfer->file = file;
-    transfer->flowing = true;
+    try {
+        transfer.target = std::make_shared<PartialFile>(local, m_partialFilesDir, transfer.id);
+    } catch (const std::system_error& error) {
+        LoggerW(error.what());
+        finishTransfer(transfer.id, writeFailure(error.code().value()), wire::FILE_CHANNEL_IO);
+        return;
+    }
+    transfer.flowing = true;
+    wire::LinkMessage answer;
+    answer.mutable_file_answer()->set_transaction_id(transfer.offerId);
+    answer.mutable_file_answer()->set_accept(true);
     sendLink(answer);
-    return result(KVP_SUCCESS);
 }
 
 void Service::onFileAnswer(const wire::FileAnswer& answer) {
@@ -168,7 +202,7 @@ void Service::onFileAnswer(const wire::FileAnswer& answer) {
         return;
     }
     if (!answer.accept()) {
-        finishTransfer(transfer->id, kRejected, -1);
+        finishTransfer(transfer->id, wire::FILE_REJECTED, std::nullopt);
         return;
     }
     transfer->timer->cancel();
@@ -184,10 +218,10 @@ void Service::pumpFile(int transactionId) {
     Transfer& transfer = found->second;
     std::string chunk(kChunkSize, '\0');
     while (transfer.done < transfer.size && m_link->queuedBytes() < kLinkBacklog) {
-        transfer.file->read(chunk.data(), static_cast<std::streamsize>(kChunkSize));
-        const auto count = static_cast<std::size_t>(transfer.file->gcount());
+        transfer.source->read(chunk.data(), static_cast<std::streamsize>(kChunkSize));
+        const auto count = static_cast<std::size_t>(transfer.source->gcount());
         if (count == 0) {
-            finishTransfer(transactionId, kFileIo, kChannelIo);
+            finishTransfer(transactionId, wire::FILE_IO, wire::FILE_CHANNEL_IO);
             return;
         }
         wire::LinkMessage message;
@@ -200,9 +234,9 @@ void Service::pumpFile(int transactionId) {
     if (transfer.done >= transfer.size) {
         wire::LinkMessage end;
         end.mutable_file_end()->set_transaction_id(transfer.offerId);
-        end.mutable_file_end()->set_status(kDone);
+        end.mutable_file_end()->set_status(wire::FILE_DONE);
         sendLink(end, kPriorityLow);
-        finishTransfer(transactionId, kDone, -1);
+        finishTransfer(transactionId, wire::FILE_DONE, std::nullopt);
         return;
     }
     transfer.timer->expires_after(kPumpPause);
@@ -231,13 +265,20 @@ void Service::onFileChunk(const wire::FileChunk& chunk) {
     if (transfer == nullptr || !transfer->flowing) {
         return;
     }
-    errno = 0;
-    transfer->file->write(chunk.data().data(), static_cast<std::streamsize>(chunk.data().size()));
-    if (!*transfer->file) {
-        finishTransfer(transfer->id, errno == ENOSPC ? kNoSpace : kFileIo, kChannelIo);
+    const std::string& data = chunk.data();
+    if (transfer->done + data.size() > transfer->size) {
+        LoggerW("file transfer " << transfer->id << ": more data than offered");
+        finishTransfer(transfer->id, wire::FILE_IO, wire::FILE_CHANNEL_IO);
         return;
     }
-    transfer->done += chunk.data().size();
+    if (!transfer->target->write(data.data(), data.size())) {
+        const wire::FileStatus status = writeFailure(errno);
+        LoggerW("cannot write " << transfer->path << ": " << std::strerror(errno));
+        finishTransfer(transfer->id, status,
+                       status == wire::FILE_NO_SPACE ? status : wire::FILE_CHANNEL_IO);
+        return;
+    }
+    transfer->done += data.size();
     reportProgress(*transfer);
 }
 
@@ -246,53 +287,65 @@ void Service::onFileEnd(const wire::FileEnd& end) {
     if (transfer == nullptr) {
         return;
     }
-    int status = end.status();
-    if (status == kDone && !transfer->sending) {
-        transfer->file->flush();
-        status = *transfer->file && transfer->done == transfer->size ? kDone : kFileIo;
+    if (end.status() == wire::FILE_DONE && !transfer->sending) {
+        completeReceive(*transfer);
+        return;
     }
-    finishTransfer(transfer->id, status, -1);
+    finishTransfer(transfer->id, end.status(), std::nullopt);
+}
+
+// The sender sent everything: the file takes its final name.
+void Service::completeReceive(Transfer& transfer) {
+    if (!transfer.target || transfer.done != transfer.size) {
+        finishTransfer(transfer.id, wire::FILE_IO, std::nullopt);
+        return;
+    }
+    try {
+        const std::string local = transfer.target->commit(keepsExistingFiles(transfer.path));
+        const std::string path = folderName(transfer.path) + baseName(local);
+        finishTransfer(transfer.id, wire::FILE_DONE, std::nullopt, path);
+    } catch (const std::system_error& error) {
+        LoggerW(error.what());
+        finishTransfer(transfer.id, writeFailure(error.code().value()), std::nullopt);
+    }
 }
 
 wire::Reply Service::cancelFile(SessionId id, int transactionId) {
     Transfer* transfer = ownTransfer(id, transactionId);
     if (transfer == nullptr) {
-        return result(KVP_ERROR_INVALID);
+        return resultReply(wire::RESULT_INVALID);
     }
-    // The other side sees a sender's cancel as a lost transfer, a
-    // receiver's as a rejection.
-    finishTransfer(transactionId, kConnectionLost, transfer->sending ? kConnectionLost : kRejected);
-    return result(KVP_SUCCESS);
+    // A sender's cancel reaches the receiver as a cancel; a receiver's reaches
+    // the sender as a refusal of the rest of the file.
+    finishTransfer(transactionId, wire::FILE_CANCELLED,
+                   transfer->sending ? wire::FILE_CANCELLED : wire::FILE_REJECTED);
+    return resultReply(wire::RESULT_SUCCESS);
 }
 
-void Service::finishTransfer(int transactionId, int status, int peerStatus) {
+void Service::finishTransfer(int transactionId, wire::FileStatus status,
+                             std::optional<wire::FileStatus> peerStatus, const std::string& path) {
     auto found = m_transfers.find(transactionId);
     if (found == m_transfers.end()) {
         return;
     }
-    Transfer transfer = found->second;
+    Transfer transfer = std::move(found->second);
     m_transfers.erase(found);
-    if (peerStatus >= 0) {
+    if (peerStatus) {
         wire::LinkMessage end;
         end.mutable_file_end()->set_transaction_id(transfer.offerId);
-        end.mutable_file_end()->set_status(peerStatus);
+        end.mutable_file_end()->set_status(*peerStatus);
         end.mutable_file_end()->set_to_sender(!transfer.sending);
         sendLink(end, kPriorityLow);
     }
     if (transfer.timer) {
         transfer.timer->cancel();
     }
-    if (transfer.file) {
-        transfer.file->close();
-        if (!transfer.sending && status != kDone) {
-            std::remove(localPath(transfer.path).c_str());
-        }
-    }
+    transfer.target.reset();  // an unfinished file goes with it
     LoggerI("file transfer " << transactionId << " ended with status " << status);
     wire::Event event;
     auto* done = event.mutable_file_done();
     done->set_transaction_id(transactionId);
-    done->set_path(transfer.path);
+    done->set_path(path.empty() ? transfer.path : path);
     done->set_status(status);
     done->set_sending(transfer.sending);
     notifyAgent(transfer.agentId, event);
@@ -306,7 +359,7 @@ void Service::dropTransfers(std::uint32_t agentId) {
         }
     }
     for (int transactionId : transfers) {
-        finishTransfer(transactionId, kConnectionLost, kConnectionLost);
+        finishTransfer(transactionId, wire::FILE_CONNECTION_LOST, wire::FILE_CONNECTION_LOST);
     }
 }
 

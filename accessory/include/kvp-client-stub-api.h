@@ -11,11 +11,12 @@
  * loop thread (the ecore main loop), one at a time, never inside the request
  * call that caused it. Requests must be made on that thread too.
  *
- * Results: 0 is success; the known failures are
+ * Results (enum kvp_result): 0 is success; the known failures are
  *   KVP_ERROR_GENERAL   (-1) the service refused or could not do it,
  *   KVP_ERROR_INVALID   (-2) a bad argument or an unknown id,
  *   KVP_ERROR_NO_DEVICE  (1) no accessory device is attached.
- * Callers treat any other value as a failure too.
+ * Callers treat any other value as a failure too. The numbers that the
+ * notifications carry are the enumerations below.
  */
 #ifndef KVP_CLIENT_STUB_API_H
 #define KVP_CLIENT_STUB_API_H
@@ -24,10 +25,13 @@
 extern "C" {
 #endif
 
-#define KVP_SUCCESS 0
-#define KVP_ERROR_GENERAL (-1)
-#define KVP_ERROR_INVALID (-2)
-#define KVP_ERROR_NO_DEVICE 1
+/* Results of the library's functions. */
+enum kvp_result {
+    KVP_SUCCESS = 0,
+    KVP_ERROR_GENERAL = -1,  /* the service refused or could not do it */
+    KVP_ERROR_INVALID = -2,  /* a bad argument or an unknown id */
+    KVP_ERROR_NO_DEVICE = 1, /* no accessory device is attached */
+};
 
 /* Size of the path buffers that pushFile and receiveFile take, terminator included. */
 #define KVP_PATH_BUFFER_SIZE 256
@@ -52,24 +56,93 @@ typedef struct kvp_peer_agent {
  * beyond the peer record. Filled by getPeerAccessory.
  */
 typedef struct kvp_peer_accessory {
-    int transportType;               /* 0 bt, 1 ble, 2 usb, 3 wifi */
+    int transportType;               /* enum kvp_transport_type */
     unsigned int maxAllowedDataSize; /* largest data one sendData may carry over this link */
     char deviceAddress[KVP_PATH_BUFFER_SIZE];
     char productId[KVP_PATH_BUFFER_SIZE];
     char vendorId[KVP_PATH_BUFFER_SIZE];
 } kvp_peer_accessory_t;
 
-/* Peer search status (kvp_OnPeerAgent): 0 found; 1 no device; 2 none found; 3 timed out; 4 search
- * ended. */
-/* Peer change status (kvp_OnPeerAgentIndication): 0 available; 1 gone. */
-/* Connection status (kvp_OnServiceCreateConfirm): 0 made; 1 already exists; 2 network error;
-   3 device unreachable; 4 invalid peer agent; 5 no response; 6 rejected. */
-/* Termination reason (kvp_OnServiceTerminationIndication): 0 peer disconnected; 1 device detached;
- * 2 unknown. */
-/* Device status (kvp_OnDeviceStatus): type 4 bt, 8 ble, 16 usb, 32 wifi; status 1 attached, 0
- * detached. */
-/* File transfer status (kvp_OnSendComplete, kvp_OnReceiveComplete): 0 done; 1 file i/o; 2 peer
-   busy; 3 channel i/o; 4 no response; 5 connection lost; 9 rejected; 11 no space. */
+/*
+ * The numbers that the notifications carry. Each situation has the number
+ * under which an application tells it to its user by its proper name.
+ */
+
+/* How a peer search goes (kvp_OnPeerAgent). */
+enum kvp_search_status {
+    KVP_SEARCH_FOUND = 0,      /* one peer agent found; more may follow */
+    KVP_SEARCH_NO_DEVICE = 1,  /* no device is attached */
+    KVP_SEARCH_NONE_FOUND = 2, /* the device has no matching agent */
+    KVP_SEARCH_TIMED_OUT = 3,  /* the device did not answer in time */
+    KVP_SEARCH_ENDED = 4,      /* the search is over; every peer was reported */
+};
+
+/* A known peer agent changed (kvp_OnPeerAgentIndication). */
+enum kvp_peer_change {
+    KVP_PEER_AVAILABLE = 0, /* it registered */
+    KVP_PEER_GONE = 1,      /* it went away */
+};
+
+/* The outcome of a connection request (kvp_OnServiceCreateConfirm). */
+enum kvp_connection_status {
+    KVP_CONNECTION_MADE = 0,
+    KVP_CONNECTION_ALREADY_EXISTS = 1,     /* the agents are connected already, or the service
+                                              profile allows no further connection */
+    KVP_CONNECTION_DEVICE_UNREACHABLE = 2, /* no device is attached */
+    KVP_CONNECTION_INVALID_PEER_AGENT = 3, /* the peer agent is unknown, gone, or of another
+                                              profile or the same role */
+    KVP_CONNECTION_NETWORK_ERROR = 4,      /* the link went down while the request was open */
+    KVP_CONNECTION_NO_RESPONSE = 5,        /* the peer did not answer in time */
+    KVP_CONNECTION_REJECTED = 6,           /* the peer refused */
+};
+
+/* Why a connection ended (kvp_OnServiceTerminationIndication). Connections
+ * that end because the device is detached are not reported one by one: the
+ * detach (kvp_OnDeviceStatus) ends them all. */
+enum kvp_termination_reason {
+    KVP_TERMINATION_CLOSED = 0,          /* one of its ends closed it */
+    KVP_TERMINATION_DEVICE_DETACHED = 1, /* the device went away */
+    KVP_TERMINATION_UNKNOWN = 2,
+};
+
+/* The device's link (kvp_OnDeviceStatus): its type, then its status. */
+enum kvp_device_type {
+    KVP_DEVICE_TYPE_BT = 4,
+    KVP_DEVICE_TYPE_BLE = 8,
+    KVP_DEVICE_TYPE_USB = 16,
+    KVP_DEVICE_TYPE_WIFI = 32,
+};
+enum kvp_device_status {
+    KVP_DEVICE_DETACHED = 0,
+    KVP_DEVICE_ATTACHED = 1,
+};
+
+/* The transport of a device (kvp_peer_accessory_t). */
+enum kvp_transport_type {
+    KVP_TRANSPORT_BT = 0,
+    KVP_TRANSPORT_BLE = 1,
+    KVP_TRANSPORT_USB = 2,
+    KVP_TRANSPORT_WIFI = 3,
+};
+
+/* The outcome of an authentication (kvp_OnAuthenticateIndication). */
+enum kvp_authentication_status {
+    KVP_AUTHENTICATED = 0,
+    KVP_NOT_AUTHENTICATED = 1,
+};
+
+/* How a file transfer ended (kvp_OnSendComplete, kvp_OnReceiveComplete). */
+enum kvp_file_status {
+    KVP_FILE_DONE = 0,
+    KVP_FILE_CHANNEL_IO = 1,      /* the other side could not read or write its file */
+    KVP_FILE_IO = 2,              /* this side could not read or write its file */
+    KVP_FILE_CANCELLED = 3,       /* this side's app cancelled it, or the sender cancelled */
+    KVP_FILE_NO_RESPONSE = 4,     /* the receiver did not answer the offer in time */
+    KVP_FILE_CONNECTION_LOST = 5, /* the device or the other app went away */
+    KVP_FILE_REJECTED = 9,        /* the receiver refused the file (or was too busy to
+                                     take it), or cancelled it while it was coming */
+    KVP_FILE_NO_SPACE = 11,       /* the receiving side has no room for it */
+};
 
 typedef void (*kvp_OnRegisterServiceAgentConfirm_cb)(int result, unsigned int agentId);
 typedef void (*kvp_OnDataIndication_cb)(unsigned int connectionId, unsigned short channelId,
@@ -137,11 +210,16 @@ int deRegisterServiceAgent(unsigned int agentId);
    1-3. */
 int findPeerAgent(unsigned int agentId);
 
+/* Asks `peer` for a connection. Its outcome comes with
+   kvp_OnServiceCreateConfirm, unless the call itself fails: it then returns
+   KVP_ERROR_GENERAL (the service can't be reached, or does not know the agent). */
 int createServiceConnection(unsigned int agentId, const kvp_peer_agent_t* peer);
 int acceptServiceConnection(unsigned int agentId, unsigned int connectionId,
                             const kvp_peer_agent_t* peer);
 int rejectServiceConnection(unsigned int agentId, unsigned int connectionId,
                             const kvp_peer_agent_t* peer);
+/* Ends a connection; kvp_OnServiceTerminationIndication confirms it. Ending a
+   connection that has ended already succeeds and changes nothing. */
 int terminateServiceConnection(unsigned int connectionId);
 
 int sendData(unsigned int connectionId, unsigned short channelId, unsigned int length,
@@ -157,6 +235,8 @@ int pushFile(char* path, const kvp_peer_agent_t* peer, unsigned int agentId);
 /* Answers an offered file: accept (non-zero) saves it at `path` (a KVP_PATH_BUFFER_SIZE buffer),
    reject ignores `path`. */
 int receiveFile(int transactionId, char* path, int accept);
+/* Cancels a transfer in either direction; its completion callback follows
+   with KVP_FILE_CANCELLED. */
 int cancelFile(int transactionId);
 
 /* Fills the companion record of the device `accessoryId` reported in a peer record. */

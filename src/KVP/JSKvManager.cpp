@@ -43,13 +43,11 @@ void postRequestKvAgent(JSContextRef context, KvManagerController& controller,
 void postDeviceStatusListener(JSContextRef context, KvManagerController& controller,
                               const ArgumentValidator& validator) {
     JSObjectRef onStatus = validator.toFunction(0);
-    auto emitter = std::make_shared<KvManagerDeviceStatusEmitter>();
-    emitter->setListener(&controller);
-    emitter->setEventPrivateData(JSCallbacksManager::createObject(context, onStatus));
-    auto event = std::make_shared<EventKvManagerSetDeviceStatusListener>();
-    event->emitter = emitter;
-    postSynchronously(*controller.getObject(), event);
-    if (event->getExceptionCode() != WrtDeviceApis::Commons::ExceptionCodes::None) {
+    const auto outcome =
+        controller.deviceStatusBinding().attach<EventKvManagerSetDeviceStatusListener>(
+            *controller.getObject(), &controller,
+            JSCallbacksManager::createObject(context, onStatus));
+    if (outcome != WrtDeviceApis::Commons::ExceptionCodes::None) {
         ThrowMsg(WrtDeviceApis::Commons::UnknownException, "The listener was not taken");
     }
 }

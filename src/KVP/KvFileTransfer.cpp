@@ -7,6 +7,7 @@
 
 #include <Commons/Exception.h>
 #include <Logger.h>
+#include <kv-device/Paths.h>
 
 #include <memory>
 
@@ -38,7 +39,7 @@ KvFileTransfer::KvFileTransfer(const KvAgentPtr& owner)
       EventRequestReceiver<EventKvFileTransferSetFileSendListener>(ThreadEnum::NULL_THREAD),
       EventRequestReceiver<EventKvFileTransferSetFileReceiveListener>(ThreadEnum::NULL_THREAD),
       agent(owner),
-      defaultFilePath("/opt/usr/media/Downloads/") {}
+      defaultFilePath(Kv::Device::kDownloadsRoot) {}
 
 KvFileTransfer::~KvFileTransfer() = default;
 

@@ -96,10 +96,8 @@ void KvManager::onDeviceStatus(int transportType, int deviceStatus) {
     deviceStatusEmitter->emit(event);
 }
 
-void KvManager::onSoftReset() {
-    LoggerI("called");
-    deviceStatusEmitter.reset();
-}
+// The device-status listener stays: nothing but a new listener replaces it.
+void KvManager::onSoftReset() { LoggerI("called"); }
 
 }  // namespace KVP
 }  // namespace DeviceAPI

@@ -29,8 +29,9 @@ public:
 
     // From the bridge: an accessory came (status 0) or went (status 1).
     virtual void onDeviceStatus(int transportType, int deviceStatus);
-    // From the bridge: the application is being reset; the device status
-    // listener belonged to the page that goes, so it is dropped.
+    // From the bridge: the application is being reset. The device status
+    // listener stays (only a new listener replaces it); if its page goes, the
+    // page's controller cuts the emitter from it.
     virtual void onSoftReset();
 
 protected:

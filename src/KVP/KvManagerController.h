@@ -4,6 +4,7 @@
 #ifndef KVP_KV_MANAGER_CONTROLLER_H
 #define KVP_KV_MANAGER_CONTROLLER_H
 
+#include "KvListenerBinding.h"
 #include "KvManager.h"
 #include "KvManagerEvents.h"
 
@@ -38,6 +39,16 @@ public:
     // A device came or went: the status callback (first slot) gets the
     // transport type and the device status.
     void onAnswerReceived(const DPL::SharedPtr<EventKvManagerDeviceStatusListener>& event) override;
+
+    // The emitter that the manager delivers device status through; it is cut
+    // from this controller, and from the script callbacks, when the
+    // controller goes with its page.
+    KvListenerBinding<EventKvManagerDeviceStatusListener>& deviceStatusBinding() {
+        return m_deviceStatus;
+    }
+
+private:
+    KvListenerBinding<EventKvManagerDeviceStatusListener> m_deviceStatus;
 };
 
 }  // namespace KVP

@@ -211,7 +211,7 @@ void KvProxy::attachDevice() {
         agent->onDeviceAttached();
     }
     if (manager != nullptr) {
-        manager->onDeviceStatus(0, 0);
+        manager->onDeviceStatus(KV_TRANSPORT_BT, KV_DEVICE_ATTACHED);
     }
     connected = true;
 }
@@ -232,7 +232,7 @@ void KvProxy::clearConnection() {
     peerAgents.clear();
     detachAgents();
     if (manager != nullptr) {
-        manager->onDeviceStatus(0, 1);
+        manager->onDeviceStatus(KV_TRANSPORT_BT, KV_DEVICE_DETACHED);
     }
 }
 
@@ -247,7 +247,8 @@ void KvProxy::failFileTransfers() {
         } else if (agent->getKvFileTransfer() == nullptr) {
             LoggerI("No KvFileTransfer object");
         } else {
-            agent->getKvFileTransfer()->onFileReceiveError(2, transactionId);
+            agent->getKvFileTransfer()->onFileReceiveError(KV_FILE_RECEIVE_PEER_CONN_LOST,
+                                                           transactionId);
         }
     }
     const std::map<int, unsigned long> sends = std::move(sendTransactions);
@@ -259,7 +260,7 @@ void KvProxy::failFileTransfers() {
         } else if (agent->getKvFileTransfer() == nullptr) {
             LoggerE("No KvFileTransfer object");
         } else {
-            agent->getKvFileTransfer()->onFileSendError(3, transactionId);
+            agent->getKvFileTransfer()->onFileSendError(KV_FILE_SEND_PEER_CONN_LOST, transactionId);
         }
     }
 }
@@ -269,7 +270,7 @@ void KvProxy::loseSockets() {
     sockets.clear();
     pendingConnections.clear();
     for (const auto& entry : lost) {
-        entry.second->onConnectionLost(1);
+        entry.second->onConnectionLost(KV_SOCKET_DEVICE_DETACHED);
     }
 }
 

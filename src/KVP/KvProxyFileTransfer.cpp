@@ -27,47 +27,49 @@ struct PathBuffer {
     char text[KVP_PATH_BUFFER_SIZE];
 };
 
+// The file send error code of a failed transfer status. The two tables
+// differ on purpose: sending and receiving have their own code lists.
 int sendErrorOf(int status) {
     switch (status) {
-        case 1:
-            return 2;
-        case 2:
-            return 0;
-        case 3:
-            return 8;
-        case 4:
-            return 4;
-        case 5:
-            return 3;
-        case 9:
-            return 5;
-        case 11:
-            return 7;
+        case KVP_FILE_CHANNEL_IO:
+            return KV_FILE_SEND_PEER_CHANNEL_IO;
+        case KVP_FILE_IO:
+            return KV_FILE_SEND_FILE_IO;
+        case KVP_FILE_CANCELLED:
+            return KV_FILE_SEND_UNKNOWN_ERROR;
+        case KVP_FILE_NO_RESPONSE:
+            return KV_FILE_SEND_PEER_NO_RESPONSE;
+        case KVP_FILE_CONNECTION_LOST:
+            return KV_FILE_SEND_PEER_CONN_LOST;
+        case KVP_FILE_REJECTED:
+            return KV_FILE_SEND_PEER_REJECTED;
+        case KVP_FILE_NO_SPACE:
+            return KV_FILE_SEND_SPACE_NOT_AVAILABLE;
         default:
             LoggerW("File send failed with wrong status : " << status);
-            return 8;
+            return KV_FILE_SEND_UNKNOWN_ERROR;
     }
 }
 
 int receiveErrorOf(int status) {
     switch (status) {
-        case 1:
-            return 1;
-        case 2:
-            return 0;
-        case 3:
-            return 6;
-        case 4:
-            return 3;
-        case 5:
-            return 2;
-        case 9:
-            return 4;
-        case 11:
-            return 5;
+        case KVP_FILE_CHANNEL_IO:
+            return KV_FILE_RECEIVE_PEER_CHANNEL_IO;
+        case KVP_FILE_IO:
+            return KV_FILE_RECEIVE_FILE_IO;
+        case KVP_FILE_CANCELLED:
+            return KV_FILE_RECEIVE_UNKNOWN_ERROR;
+        case KVP_FILE_NO_RESPONSE:
+            return KV_FILE_RECEIVE_PEER_NO_RESPONSE;
+        case KVP_FILE_CONNECTION_LOST:
+            return KV_FILE_RECEIVE_PEER_CONN_LOST;
+        case KVP_FILE_REJECTED:
+            return KV_FILE_RECEIVE_PEER_REJECTED;
+        case KVP_FILE_NO_SPACE:
+            return KV_FILE_RECEIVE_SPACE_NOT_AVAILABLE;
         default:
             LoggerW("File receive failed with wrong status : " << status);
-            return 6;
+            return KV_FILE_RECEIVE_UNKNOWN_ERROR;
     }
 }
 
@@ -89,7 +91,7 @@ int KvProxy::sendFile(const KvFileTransferPtr& fileTransfer, const KvPeerAgentPt
     LoggerE("sendFile failed.");
     transactionId = std::rand();
     KvIdleCallback<KvFileTransfer>::post(fileTransfer, [transactionId](KvFileTransfer& target) {
-        target.onFileSendError(0, transactionId);
+        target.onFileSendError(KV_FILE_SEND_FILE_IO, transactionId);
     });
     return transactionId;
 }
@@ -175,7 +177,7 @@ void KvProxy::OnSendComplete(int transactionId, const char* path, int status) {
         LoggerW("there is no opened fileTransfer");
         return;
     }
-    if (status == 0) {
+    if (status == KVP_FILE_DONE) {
         fileTransfer->onFileSendComplete(transactionId, path != nullptr ? path : "");
     } else {
         fileTransfer->onFileSendError(sendErrorOf(status), transactionId);
@@ -203,7 +205,7 @@ void KvProxy::OnReceiveComplete(int transactionId, const char* path, int status)
         LoggerW("there is no opened fileTransfer");
         return;
     }
-    if (status == 0) {
+    if (status == KVP_FILE_DONE) {
         fileTransfer->onFileReceiveComplete(transactionId, finalPath);
     } else {
         fileTransfer->onFileReceiveError(receiveErrorOf(status), transactionId);

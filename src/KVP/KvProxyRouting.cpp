@@ -28,21 +28,21 @@ void postConnectionError(const KvAgentPtr& agent, int code) {
 // The connection error code of a failed connection status.
 int connectionErrorOf(int status) {
     switch (status) {
-        case 1:
-            return 0;
-        case 2:
-            return 2;
-        case 3:
-            return 3;
-        case 4:
-            return 1;
-        case 5:
-            return 4;
-        case 6:
-            return 5;
+        case KVP_CONNECTION_ALREADY_EXISTS:
+            return KV_CONNECTION_ALREADY_EXIST;
+        case KVP_CONNECTION_DEVICE_UNREACHABLE:
+            return KV_CONNECTION_DEVICE_UNREACHABLE;
+        case KVP_CONNECTION_INVALID_PEER_AGENT:
+            return KV_CONNECTION_INVALID_PEERAGENT;
+        case KVP_CONNECTION_NETWORK_ERROR:
+            return KV_CONNECTION_NETWORK_ERROR;
+        case KVP_CONNECTION_NO_RESPONSE:
+            return KV_CONNECTION_PEERAGENT_NO_RESPONSE;
+        case KVP_CONNECTION_REJECTED:
+            return KV_CONNECTION_PEERAGENT_REJECTED;
         default:
             LoggerW("Connection Failed with wrong status : " << status);
-            return 5;
+            return KV_CONNECTION_PEERAGENT_REJECTED;
     }
 }
 
@@ -87,25 +87,26 @@ void KvProxy::findPeerAgent(const KvAgentPtr& agent) {
         KvClientCall::call("findPeerAgent", [agentId] { return ::findPeerAgent(agentId); });
     if (result != 0) {
         KvClientCall::isKnownResult("findPeerAgent", result);
-        postFindError(agent, 2);
+        postFindError(agent, KV_FIND_DEVICE_NOT_CONNECTED);
     }
 }
 
 void KvProxy::OnPeerAgent(unsigned long agentId, const kvp_peer_agent_t* peer, int status) {
-    if (status > 4) {
+    if (status > KVP_SEARCH_ENDED) {
         LoggerW("onPeerAgent gives wrong status code : " << status);
     }
-    if (status >= 1 && status <= 3) {
+    if (status >= KVP_SEARCH_NO_DEVICE && status <= KVP_SEARCH_TIMED_OUT) {
         LoggerI("Failed to find PeerAgent");
         const KvAgentPtr agent = findAgent(agentId);
         if (agent == nullptr) {
             LoggerE("localAgentId:" << agentId << " is not exist.");
             return;
         }
-        agent->onFindPeerAgentError(status == 1 ? 2 : 0);
+        agent->onFindPeerAgentError(status == KVP_SEARCH_NO_DEVICE ? KV_FIND_DEVICE_NOT_CONNECTED
+                                                                   : KV_FIND_PEER_NOT_FOUND);
         return;
     }
-    if (status != 0) {
+    if (status != KVP_SEARCH_FOUND) {
         return;
     }
     LoggerI("PeerAgents are found.");
@@ -125,11 +126,11 @@ void KvProxy::OnPeerAgentIndication(unsigned long agentId, const kvp_peer_agent_
         return;
     }
     const KvPeerAgentPtr peerAgent = getPeerAgent(peer);
-    if (status != 0 && status != 1) {
+    if (status != KVP_PEER_AVAILABLE && status != KVP_PEER_GONE) {
         LoggerW("Status changed to wrong state.");
         return;
     }
-    agent->onFindPeerAgentUpdated(peerAgent, status == 0);
+    agent->onFindPeerAgentUpdated(peerAgent, status == KVP_PEER_AVAILABLE);
 }
 
 void KvProxy::requestServiceConnection(const KvAgentPtr& agent, const KvPeerAgentPtr& peerAgent) {
@@ -153,7 +154,7 @@ void KvProxy::requestServiceConnectionPriv(const KvAgentPtr& agent,
                                            const KvPeerAgentPtr& peerAgent) {
     LoggerI("called");
     if (hasOpenConnectionTo(peerAgent)) {
-        postConnectionError(agent, 0);
+        postConnectionError(agent, KV_CONNECTION_ALREADY_EXIST);
         return;
     }
     const unsigned int agentId = agent->getAgentId();
@@ -163,7 +164,7 @@ void KvProxy::requestServiceConnectionPriv(const KvAgentPtr& agent,
     });
     KvClientCall::isKnownResult("createServiceConnection", result);
     if (result == -1) {
-        postConnectionError(agent, 2);
+        postConnectionError(agent, KV_CONNECTION_DEVICE_UNREACHABLE);
     }
 }
 
@@ -189,7 +190,7 @@ void KvProxy::OnServiceCreateConfirm(unsigned long agentId, unsigned long connec
     if (agent == nullptr) {
         return;
     }
-    if (status != 0) {
+    if (status != KVP_CONNECTION_MADE) {
         agent->onError(connectionErrorOf(status));
         return;
     }
@@ -234,7 +235,7 @@ void KvProxy::acceptServiceConnection(const KvAgentPtr& agent, const KvPeerAgent
     if (result != 0) {
         LoggerE("acceptServiceConnection returns failure");
         KvClientCall::isKnownResult("acceptServiceConnection", result);
-        postConnectionError(agent, 2);
+        postConnectionError(agent, KV_CONNECTION_DEVICE_UNREACHABLE);
         return;
     }
     const KvSocketPtr socket = openSocket(agent, peerAgent, connectionId);
@@ -274,7 +275,7 @@ void KvProxy::OnAuthenticateIndication(unsigned long agentId, const kvp_peer_age
         return;
     }
     const KvPeerAgentPtr peerAgent = getPeerAgent(peer);
-    if (token == nullptr || status != 0) {
+    if (token == nullptr || status != KVP_AUTHENTICATED) {
         LoggerE("Failed to authenticate");
         agent->onAuthenticateError(peerAgent, 0);
         return;
@@ -346,9 +347,9 @@ void KvProxy::OnServiceTerminationIndication(unsigned long connectionId, int rea
         return;
     }
     forgetPendingConnection(connectionId);
-    if (reason < 0 || reason > 2) {
+    if (reason < KVP_TERMINATION_CLOSED || reason > KVP_TERMINATION_UNKNOWN) {
         LoggerW("on error with wrong error code : " << reason);
-        reason = 2;
+        reason = KVP_TERMINATION_UNKNOWN;
     }
     const KvSocketPtr socket = found->second;
     socket->onConnectionLost(reason);
@@ -364,12 +365,13 @@ void KvProxy::forgetPendingConnection(unsigned long connectionId) {
 }
 
 void KvProxy::OnDeviceStatus(int deviceType, int status) {
-    if (deviceType != 4 && deviceType != 8 && deviceType != 16 && deviceType != 32) {
+    if (deviceType != KVP_DEVICE_TYPE_BT && deviceType != KVP_DEVICE_TYPE_BLE &&
+        deviceType != KVP_DEVICE_TYPE_USB && deviceType != KVP_DEVICE_TYPE_WIFI) {
         LoggerW("Device status changed wrong device type");
     }
-    if (status == 1) {
+    if (status == KVP_DEVICE_ATTACHED) {
         onConnected();
-    } else if (status == 0) {
+    } else if (status == KVP_DEVICE_DETACHED) {
         onDisconnected();
     } else {
         LoggerW("Status changed to wrong state.");

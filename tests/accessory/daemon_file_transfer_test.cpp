@@ -4,6 +4,8 @@
 #include <kv-device/Device.h>
 #include <kv-device/FileUtil.h>
 
+#include <filesystem>
+
 #include "AccessoryTestSupport.h"
 #include "DeviceTestSupport.h"
 
@@ -47,10 +49,11 @@ protected:
         return event ? std::optional<wire::FileOffered>(event->file_offered()) : std::nullopt;
     }
 
-    int receive(int transactionId, bool accept) {
+    int receive(int transactionId, bool accept,
+                const std::string& path = "/opt/usr/media/Downloads/photo.bin") {
         wire::Request request;
         request.mutable_receive_file()->set_transaction_id(transactionId);
-        request.mutable_receive_file()->set_path("/opt/usr/media/Downloads/photo.bin");
+        request.mutable_receive_file()->set_path(path);
         request.mutable_receive_file()->set_accept(accept);
         return provider->call(request).result();
     }
@@ -60,6 +63,35 @@ protected:
             return e.has_file_done() && e.file_done().transaction_id() == transactionId;
         });
         return event ? std::optional<wire::FileDone>(event->file_done()) : std::nullopt;
+    }
+
+    // Offers a file of `size` bytes and has the provider take it at `path`;
+    // the ids of the transfer on both sides.
+    std::pair<int, int> sendInto(const std::string& path, std::size_t size,
+                                 std::string* content = nullptr) {
+        const int sent = offer(size, content);
+        auto offer = offered();
+        EXPECT_TRUE(offer.has_value());
+        const int received = offer ? offer->transaction_id() : -1;
+        EXPECT_EQ(receive(received, true, path), 0);
+        return {sent, received};
+    }
+
+    std::string betaFile(const std::string& devicePath) const {
+        return devices.beta() + "/fs" + devicePath;
+    }
+
+    // The names in a folder of beta that start with ".": what a transfer in
+    // progress (or an interrupted one) writes to.
+    std::vector<std::string> hiddenFiles(const std::string& deviceFolder) const {
+        std::vector<std::string> names;
+        for (const auto& entry : std::filesystem::directory_iterator(betaFile(deviceFolder))) {
+            const std::string name = entry.path().filename().string();
+            if (name[0] == '.') {
+                names.push_back(name);
+            }
+        }
+        return names;
     }
 
     DevicePair devices;
@@ -83,9 +115,9 @@ TEST_F(DaemonFileTransferTest, AnAcceptedFileArrivesWholeAtTheDevicePath) {
     auto receiverDone = done(*provider, offer->transaction_id());
     ASSERT_TRUE(senderDone.has_value());
     ASSERT_TRUE(receiverDone.has_value());
-    EXPECT_EQ(senderDone->status(), 0);
+    EXPECT_EQ(senderDone->status(), wire::FILE_DONE);
     EXPECT_TRUE(senderDone->sending());
-    EXPECT_EQ(receiverDone->status(), 0);
+    EXPECT_EQ(receiverDone->status(), wire::FILE_DONE);
     EXPECT_EQ(receiverDone->path(), "/opt/usr/media/Downloads/photo.bin");
     EXPECT_EQ(Kv::Device::readFile(devices.beta() + "/fs/opt/usr/media/Downloads/photo.bin"),
               content);
@@ -103,7 +135,7 @@ TEST_F(DaemonFileTransferTest, ARejectedFileEndsTheSendWithRejected) {
     ASSERT_EQ(receive(offer->transaction_id(), false), 0);
     auto senderDone = done(*consumer, sent);
     ASSERT_TRUE(senderDone.has_value());
-    EXPECT_EQ(senderDone->status(), 9);
+    EXPECT_EQ(senderDone->status(), wire::FILE_REJECTED);
 }
 
 TEST_F(DaemonFileTransferTest, ACancelledOfferEndsOnBothSides) {
@@ -117,8 +149,8 @@ TEST_F(DaemonFileTransferTest, ACancelledOfferEndsOnBothSides) {
     auto receiverDone = done(*provider, offer->transaction_id());
     ASSERT_TRUE(senderDone.has_value());
     ASSERT_TRUE(receiverDone.has_value());
-    EXPECT_EQ(senderDone->status(), 5);
-    EXPECT_EQ(receiverDone->status(), 5);
+    EXPECT_EQ(senderDone->status(), wire::FILE_CANCELLED);
+    EXPECT_EQ(receiverDone->status(), wire::FILE_CANCELLED);
     EXPECT_EQ(receive(offer->transaction_id(), true), -2);
     EXPECT_EQ(consumer->call(cancel).result(), -2);
 }
@@ -138,10 +170,100 @@ TEST_F(DaemonFileTransferTest, LinkLossEndsATransferAsConnectionLost) {
     devices.setLink(devices.alpha(), false);
     auto senderDone = done(*consumer, sent);
     ASSERT_TRUE(senderDone.has_value());
-    EXPECT_EQ(senderDone->status(), 5);
+    EXPECT_EQ(senderDone->status(), wire::FILE_CONNECTION_LOST);
     auto receiverDone = done(*provider, offer->transaction_id());
     ASSERT_TRUE(receiverDone.has_value());
-    EXPECT_EQ(receiverDone->status(), 5);
+    EXPECT_EQ(receiverDone->status(), wire::FILE_CONNECTION_LOST);
+}
+
+TEST_F(DaemonFileTransferTest, AFileReceivedIntoTheDefaultFolderKeepsTheOneThere) {
+    writeTextFile(betaFile("/opt/usr/media/Downloads/photo.bin"), "the first photo");
+    std::string content;
+    const auto [sent, received] = sendInto("/opt/usr/media/Downloads/photo.bin", 1000, &content);
+    auto first = done(*provider, received);
+    ASSERT_TRUE(first.has_value());
+    EXPECT_EQ(first->status(), wire::FILE_DONE);
+    EXPECT_EQ(first->path(), "/opt/usr/media/Downloads/photo (1).bin");
+    const auto [sentAgain, receivedAgain] = sendInto("/opt/usr/media/Downloads/photo.bin", 10);
+    auto second = done(*provider, receivedAgain);
+    ASSERT_TRUE(second.has_value());
+    EXPECT_EQ(second->path(), "/opt/usr/media/Downloads/photo (2).bin");
+    EXPECT_EQ(Kv::Device::readFile(betaFile("/opt/usr/media/Downloads/photo.bin")),
+              "the first photo");
+    EXPECT_EQ(Kv::Device::readFile(betaFile("/opt/usr/media/Downloads/photo (1).bin")), content);
+    EXPECT_TRUE(hiddenFiles("/opt/usr/media/Downloads").empty());
+}
+
+TEST_F(DaemonFileTransferTest, AFileReceivedAtAChosenPathReplacesTheOneThere) {
+    writeTextFile(betaFile("/opt/usr/media/Documents/photo.bin"), "the old photo");
+    std::string content;
+    const auto [sent, received] = sendInto("/opt/usr/media/Documents/photo.bin", 1000, &content);
+    auto finished = done(*provider, received);
+    ASSERT_TRUE(finished.has_value());
+    EXPECT_EQ(finished->path(), "/opt/usr/media/Documents/photo.bin");
+    EXPECT_EQ(Kv::Device::readFile(betaFile("/opt/usr/media/Documents/photo.bin")), content);
+}
+
+TEST_F(DaemonFileTransferTest, AKilledReceiverLeavesNothingUnderTheNameAndItsLeftoversGo) {
+    const auto [sent, received] = sendInto("/opt/usr/media/Downloads/photo.bin", 96u << 20);
+    auto midway = provider->waitEvent([](const wire::Event& e) {
+        return e.has_file_progress() && e.file_progress().progress() > 0;
+    });
+    ASSERT_TRUE(midway.has_value());
+    ASSERT_LT(midway->file_progress().progress(), 100);
+    devices.killBeta();
+    EXPECT_FALSE(std::filesystem::exists(betaFile("/opt/usr/media/Downloads/photo.bin")));
+    EXPECT_EQ(hiddenFiles("/opt/usr/media/Downloads"),
+              std::vector<std::string>{".photo.bin.part-" + std::to_string(received)});
+    auto senderDone = done(*consumer, sent);
+    ASSERT_TRUE(senderDone.has_value());
+    EXPECT_EQ(senderDone->status(), wire::FILE_CONNECTION_LOST);
+
+    devices.startBeta();
+    EXPECT_TRUE(hiddenFiles("/opt/usr/media/Downloads").empty());
+    EXPECT_FALSE(std::filesystem::exists(betaFile("/opt/usr/media/Downloads/photo.bin")));
+}
+
+TEST_F(DaemonFileTransferTest, AFileWithoutRoomEndsOnBothSidesAndLeavesNothing) {
+    writeTextFile(devices.beta() + "/" + Kv::Device::kStorageFreeFile, "999\n");
+    const auto [sent, received] = sendInto("/opt/usr/media/Downloads/photo.bin", 1000);
+    auto senderDone = done(*consumer, sent);
+    auto receiverDone = done(*provider, received);
+    ASSERT_TRUE(senderDone.has_value());
+    ASSERT_TRUE(receiverDone.has_value());
+    EXPECT_EQ(senderDone->status(), wire::FILE_NO_SPACE);
+    EXPECT_EQ(receiverDone->status(), wire::FILE_NO_SPACE);
+    EXPECT_FALSE(std::filesystem::exists(betaFile("/opt/usr/media/Downloads/photo.bin")));
+    EXPECT_TRUE(hiddenFiles("/opt/usr/media/Downloads").empty());
+}
+
+TEST_F(DaemonFileTransferTest, AFolderThatCannotBeWrittenEndsTheTransferAsAnIoError) {
+    const auto [sent, received] = sendInto("/opt/usr/media/NoSuchFolder/photo.bin", 1000);
+    auto senderDone = done(*consumer, sent);
+    auto receiverDone = done(*provider, received);
+    ASSERT_TRUE(senderDone.has_value());
+    ASSERT_TRUE(receiverDone.has_value());
+    EXPECT_EQ(receiverDone->status(), wire::FILE_IO);
+    EXPECT_EQ(senderDone->status(), wire::FILE_CHANNEL_IO);
+}
+
+TEST_F(DaemonFileTransferTest, ABusyAgentRefusesAFurtherOffer) {
+    std::vector<int> offers;
+    for (int i = 0; i < 4; ++i) {
+        offers.push_back(offer(100));
+        ASSERT_TRUE(offered().has_value());
+    }
+    const int beyond = offer(100);
+    auto refused = done(*consumer, beyond);
+    ASSERT_TRUE(refused.has_value());
+    EXPECT_EQ(refused->status(), wire::FILE_REJECTED);
+    const int first = offers[0];
+    EXPECT_FALSE(consumer->waitEvent(
+        [first](const wire::Event& e) {
+            return e.has_file_done() && e.file_done().transaction_id() == first;
+        },
+        milliseconds(300)))
+        << "the earlier offers still wait";
 }
 
 }  // namespace

@@ -35,7 +35,7 @@ protected:
         auto confirm =
             consumer->waitEvent([](const wire::Event& e) { return e.has_create_confirm(); });
         EXPECT_TRUE(confirm.has_value());
-        EXPECT_EQ(confirm->create_confirm().status(), 0);
+        EXPECT_EQ(confirm->create_confirm().status(), wire::CONNECTION_MADE);
         return {confirm->create_confirm().connection_id(), providerConnection};
     }
 
@@ -104,14 +104,14 @@ TEST_F(DaemonServiceTest, TellsPeersWhenAnAgentComesAndGoes) {
     const std::uint32_t providerAgent = provider->registerAgent("/test/echo");
     auto available = consumer->waitEvent([](const wire::Event& e) { return e.has_peer_changed(); });
     ASSERT_TRUE(available.has_value());
-    EXPECT_EQ(available->peer_changed().status(), 0);
+    EXPECT_EQ(available->peer_changed().status(), wire::PEER_AVAILABLE);
     EXPECT_EQ(available->peer_changed().peer().peer_agent_id(), providerAgent);
     wire::Request request;
     request.mutable_deregister_agent()->set_agent_id(providerAgent);
     EXPECT_EQ(provider->call(request).result(), 0);
     auto gone = consumer->waitEvent([](const wire::Event& e) { return e.has_peer_changed(); });
     ASSERT_TRUE(gone.has_value());
-    EXPECT_EQ(gone->peer_changed().status(), 1);
+    EXPECT_EQ(gone->peer_changed().status(), wire::PEER_GONE);
 }
 
 TEST_F(DaemonServiceTest, MakesAConnectionThePeerAccepts) {
@@ -137,7 +137,7 @@ TEST_F(DaemonServiceTest, ReportsARejectedConnection) {
         0);
     auto confirm = consumer->waitEvent([](const wire::Event& e) { return e.has_create_confirm(); });
     ASSERT_TRUE(confirm.has_value());
-    EXPECT_EQ(confirm->create_confirm().status(), 6);
+    EXPECT_EQ(confirm->create_confirm().status(), wire::CONNECTION_REJECTED);
 }
 
 TEST_F(DaemonServiceTest, ConnectionTimesOutAfterTheProfileTimeout) {
@@ -148,7 +148,7 @@ TEST_F(DaemonServiceTest, ConnectionTimesOutAfterTheProfileTimeout) {
     const auto started = std::chrono::steady_clock::now();
     auto confirm = consumer->connect(agent, peers[0]);
     ASSERT_TRUE(confirm.has_value());
-    EXPECT_EQ(confirm->status(), 5);
+    EXPECT_EQ(confirm->status(), wire::CONNECTION_NO_RESPONSE);
     EXPECT_GE(std::chrono::steady_clock::now() - started, std::chrono::milliseconds(900));
     auto indication = provider->waitEvent(isConnectionRequest());
     ASSERT_TRUE(indication.has_value());
@@ -174,13 +174,13 @@ TEST_F(DaemonServiceTest, RefusesAConnectionBeyondTheServiceLimit) {
     provider->answer(providerAgent, indication->connection_requested().connection_id(), true);
     auto first = consumer->waitEvent([](const wire::Event& e) { return e.has_create_confirm(); });
     ASSERT_TRUE(first.has_value());
-    EXPECT_EQ(first->create_confirm().status(), 0);
+    EXPECT_EQ(first->create_confirm().status(), wire::CONNECTION_MADE);
     auto beyond = consumer->connect(agent, other);
     ASSERT_TRUE(beyond.has_value());
-    EXPECT_EQ(beyond->status(), 1);
+    EXPECT_EQ(beyond->status(), wire::CONNECTION_ALREADY_EXISTS);
     auto again = consumer->connect(agent, mine);
     ASSERT_TRUE(again.has_value());
-    EXPECT_EQ(again->status(), 1);
+    EXPECT_EQ(again->status(), wire::CONNECTION_ALREADY_EXISTS);
 }
 
 TEST_F(DaemonServiceTest, AStalePeerRecordIsAnInvalidPeer) {
@@ -191,7 +191,7 @@ TEST_F(DaemonServiceTest, AStalePeerRecordIsAnInvalidPeer) {
     peers[0].set_accessory_id(peers[0].accessory_id() + 7);
     auto confirm = consumer->connect(agent, peers[0]);
     ASSERT_TRUE(confirm.has_value());
-    EXPECT_EQ(confirm->status(), 4);
+    EXPECT_EQ(confirm->status(), wire::CONNECTION_INVALID_PEER_AGENT);
 }
 
 TEST_F(DaemonServiceTest, DeliversDataInOrderAndUnchangedOnEveryChannel) {
@@ -242,8 +242,20 @@ TEST_F(DaemonServiceTest, TerminationReachesBothEnds) {
     auto remote = consumer->waitEvent(isTerminated(consumerConnection));
     ASSERT_TRUE(local.has_value());
     ASSERT_TRUE(remote.has_value());
-    EXPECT_EQ(remote->terminated().reason(), 0);
-    EXPECT_EQ(provider->call(request).result(), -2);
+    EXPECT_EQ(remote->terminated().reason(), wire::TERMINATION_CLOSED);
+    // Ending it again succeeds and ends nothing more.
+    EXPECT_EQ(provider->call(request).result(), wire::RESULT_SUCCESS);
+    EXPECT_FALSE(provider->waitEvent(isTerminated(providerConnection), milliseconds(300)));
+    EXPECT_FALSE(consumer->waitEvent(isTerminated(consumerConnection), milliseconds(300)));
+}
+
+TEST_F(DaemonServiceTest, AnotherAppsConnectionCannotBeEnded) {
+    const auto [consumerConnection, providerConnection] = openEcho();
+    wire::Request request;
+    request.mutable_terminate_connection()->set_connection_id(providerConnection);
+    WireClient stranger(devices.beta(), kSecondProviderApp);
+    EXPECT_EQ(stranger.call(request).result(), wire::RESULT_INVALID);
+    EXPECT_FALSE(consumer->waitEvent(isTerminated(consumerConnection), milliseconds(300)));
 }
 
 TEST_F(DaemonServiceTest, WritesTheLinkStateToVconf) {

@@ -68,12 +68,13 @@ TEST_F(ManagerTest, AnotherManagerDoesNotReplaceTheRegisteredOne) {
     EXPECT_EQ(proxy().getManager(), manager);
 }
 
-TEST_F(ManagerTest, SoftResetDropsTheDeviceStatusListener) {
+TEST_F(ManagerTest, SoftResetKeepsTheDeviceStatusListener) {
     RecordingListener<EventKvManagerDeviceStatusListener> status;
     listen(&status);
     proxy().softReset();
-    manager->onDeviceStatus(0, 0);
-    EXPECT_TRUE(status.events.empty());
+    manager->onDeviceStatus(KV_TRANSPORT_BT, KV_DEVICE_DETACHED);
+    ASSERT_EQ(status.events.size(), 1u);
+    EXPECT_EQ(status.events[0]->deviceStatus, KV_DEVICE_DETACHED);
 }
 
 TEST_F(ManagerTest, AgentRequestIsDeliveredAfterItsDueTime) {
