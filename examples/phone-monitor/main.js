@@ -11,8 +11,6 @@ var fail = function (what) {
     };
 };
 
-var searches = 0;
-
 function sendReport(agent, peer, socket) {
     var transfer = agent.getKvFileTransfer();
     transfer.setFileSendListener({
@@ -47,39 +45,30 @@ function talk(agent, socket) {
 webapis.kv.requestKvAgent(function (agents) {
     var agent = agents[0];
     log('agent', agent.name, 'as', agent.role);
-    var watch = null;
-    var attempts = 0;
+    var connecting = false;
+    var connect = function (watch) {
+        if (!connecting) {
+            connecting = true;
+            log('found', watch.appName, 'on', watch.peerAccessory.deviceName);
+            agent.requestServiceConnection(watch);
+        }
+    };
     agent.setServiceConnectionListener({
         onconnect: function (socket) {
             talk(agent, socket);
         },
-        onerror: function (code) {
-            // A watch that has only just registered may not answer the first
-            // request: ask again a few times.
-            if (code !== 'PEERAGENT_NO_RESPONSE' || ++attempts > 5) {
-                fail('connection failed:')(code);
-            }
-            log('no answer from the watch yet, asking again');
-            setTimeout(function () {
-                agent.requestServiceConnection(watch);
-            }, 300);
-        }
+        onerror: fail('connection failed:')
     });
     agent.setPeerAgentFindListener({
-        onpeeragentfound: function (peer) {
-            log('found', peer.appName, 'on', peer.peerAccessory.deviceName);
-            watch = peer;
-            agent.requestServiceConnection(peer);
-        },
-        onpeeragentupdated: function (peer, status) {},
-        onerror: function (code) {
-            // The watch may not have registered yet: look again a little later.
-            if (++searches > 50) {
-                fail('no watch found:')(code);
+        onpeeragentfound: connect,
+        // A watch that starts after the phone is heard of when it registers.
+        onpeeragentupdated: function (peer, status) {
+            if (status === 'AVAILABLE') {
+                connect(peer);
             }
-            setTimeout(function () {
-                agent.findPeerAgents();
-            }, 200);
+        },
+        onerror: function (code) {
+            log('no watch yet (' + code + '), waiting for it');
         }
     });
     agent.findPeerAgents();

@@ -3,6 +3,7 @@
 #include <ChildProcess.h>
 #include <fcntl.h>
 #include <gtest/gtest.h>
+#include <kv-device/Process.h>
 #include <signal.h>
 #include <sys/prctl.h>
 #include <sys/wait.h>
@@ -113,7 +114,7 @@ std::string DevicePair::install(const std::string& device, const std::string& na
 void DevicePair::killDaemon(const std::string& device) const {
     const pid_t pid = static_cast<pid_t>(std::stol(readText(device + "/accessoryd.pid")));
     ::kill(pid, SIGKILL);
-    while (::kill(pid, 0) == 0) {
+    while (Kv::Device::processRunning(pid)) {
         std::this_thread::sleep_for(kPollPause);
     }
 }

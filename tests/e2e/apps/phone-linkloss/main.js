@@ -3,8 +3,6 @@
 // DEVICE_DETACHED, and a send afterwards must fail with "Connection closed.".
 webapis.kv.requestKvAgent(function (agents) {
     var agent = agents[0];
-    var watch = null;
-    var attempts = 0;
     agent.setServiceConnectionListener({
         onconnect: function (socket) {
             socket.setSocketStatusListener(function (reason) {
@@ -25,27 +23,25 @@ webapis.kv.requestKvAgent(function (agents) {
             console.log('phone: connected');
         },
         onerror: function (code) {
-            // A watch that has only just registered may not answer the first
-            // request: ask again a few times.
-            if (code !== 'PEERAGENT_NO_RESPONSE' || ++attempts > 5) {
-                console.error('phone: connection error', code);
-                runtime.exit(1);
-            }
-            setTimeout(function () {
-                agent.requestServiceConnection(watch);
-            }, 300);
+            console.error('phone: connection error', code);
+            runtime.exit(1);
         }
     });
-    agent.setPeerAgentFindListener({
-        onpeeragentfound: function (peer) {
-            watch = peer;
+    var connecting = false;
+    var connect = function (peer) {
+        if (!connecting) {
+            connecting = true;
             agent.requestServiceConnection(peer);
-        },
-        onerror: function () {
-            setTimeout(function () {
-                agent.findPeerAgents();
-            }, 200);
         }
+    };
+    agent.setPeerAgentFindListener({
+        onpeeragentfound: connect,
+        onpeeragentupdated: function (peer, status) {
+            if (status === 'AVAILABLE') {
+                connect(peer);
+            }
+        },
+        onerror: function () {}
     });
     agent.findPeerAgents();
 }, function (error) {
