@@ -3,6 +3,7 @@
 // side sets in its own onconnect, on every one of many new connections.
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <cstdlib>
 #include <string>
 
@@ -12,10 +13,11 @@ using namespace KvE2e;
 
 namespace {
 
-// How many connections a run makes: KV_E2E_TRIALS, or `fallback`.
-std::string trials(const char* fallback) {
-    const char* given = std::getenv("KV_E2E_TRIALS");
-    return given != nullptr ? given : fallback;
+// How many times a run tries: the number in the environment variable
+// `name`, or `fallback` (the soak run asks for many more).
+int trials(const char* name, int fallback) {
+    const char* given = std::getenv(name);
+    return given != nullptr ? std::atoi(given) : fallback;
 }
 
 }  // namespace
@@ -28,8 +30,9 @@ TEST(Delivery, FirstMessagesOfEveryNewConnectionArriveWhileBothCoresAreBusy) {
     CpuLoad load;
     AppRun watch(devices.watch(), watchApp, "watch", work);
     ASSERT_TRUE(watch.waitForOutput("watch: ready")) << watch.output();
-    AppRun phone(devices.phone(), phoneApp, "phone", work, {trials("200")});
-    EXPECT_EQ(phone.finish(), 0) << phone.output() << watch.output();
+    AppRun phone(devices.phone(), phoneApp, "phone", work,
+                 {std::to_string(trials("KV_E2E_TRIALS", 200))}, seconds(3600));
+    EXPECT_EQ(phone.finish(seconds(3600)), 0) << phone.output() << watch.output();
 }
 
 TEST(Delivery, EveryFirstRequestToAJustRegisteredPeerIsAnsweredWhileBothCoresAreBusy) {
@@ -37,9 +40,9 @@ TEST(Delivery, EveryFirstRequestToAJustRegisteredPeerIsAnsweredWhileBothCoresAre
     DevicePair devices(work);
     const std::string watchApp = devices.install(devices.watch(), "watch-fresh");
     const std::string phoneApp = devices.install(devices.phone(), "phone-fresh");
-    const int rounds = std::stoi(trials("40")) / 20;
+    const int rounds = std::max(1, trials("KV_E2E_FIRST_REQUESTS", 40) / 20);
     CpuLoad load;
-    AppRun phone(devices.phone(), phoneApp, "phone", work, {std::to_string(rounds)});
+    AppRun phone(devices.phone(), phoneApp, "phone", work, {std::to_string(rounds)}, seconds(3600));
     ASSERT_TRUE(phone.waitForOutput("phone: ready")) << phone.output();
     for (int round = 1; round <= rounds; ++round) {
         AppRun watch(devices.watch(), watchApp, "watch", work);

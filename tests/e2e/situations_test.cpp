@@ -112,6 +112,12 @@ TEST_F(SituationsTest, AlreadyConnected) {
     expectPhone("phone: connection error ALREADY_EXIST");
 }
 
+TEST_F(SituationsTest, ClosingTwiceIsNoError) {
+    start("accept", "close-twice");
+    expectPhone("phone: closed twice");
+    expectWatch("watch: connection ended PEER_DISCONNECTED");
+}
+
 TEST_F(SituationsTest, LinkLostIsToldOnceOnBothSides) {
     start("accept", "link-lost");
     expectPhone("phone: connected");

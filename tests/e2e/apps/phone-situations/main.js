@@ -58,6 +58,9 @@ var situations = {
     'already-connected': function (agent, peer) {
         agent.requestServiceConnection(peer);
     },
+    'close-twice': function (agent, peer) {
+        agent.requestServiceConnection(peer);
+    },
     'reconnect': function (agent, peer) {
         agent.requestServiceConnection(peer);
     },
@@ -99,6 +102,15 @@ webapis.kv.requestKvAgent(function (agents) {
                     agent.requestServiceConnection(socket.peerAgent);
                 }
             });
+            if (situation === 'close-twice') {
+                socket.close();
+                try {
+                    socket.close();
+                    log('closed twice');
+                } catch (error) {
+                    log('second close threw', error.name, error.message);
+                }
+            }
             if (situation === 'already-connected' && number === 1) {
                 agent.requestServiceConnection(socket.peerAgent);
             }
