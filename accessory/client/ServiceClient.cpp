@@ -62,6 +62,9 @@ void ServiceClient::connect(bool announce) {
     m_attached = reply->attached();
     LoggerI("session with the accessory service opened; device "
             << (m_attached ? "attached" : "detached"));
+    if (m_attached && !reply->secure()) {
+        warnInsecure();
+    }
     if (announce && m_attached) {
         wire::Event event;
         event.mutable_device_status()->set_device_type(m_deviceType);
@@ -122,7 +125,16 @@ void ServiceClient::queue(wire::Event event) {
 void ServiceClient::observe(const wire::Event& event) {
     if (event.has_device_status()) {
         m_attached = event.device_status().status() == wire::DEVICE_ATTACHED;
+        if (m_attached && !event.device_status().secure()) {
+            warnInsecure();
+        }
     }
+}
+
+void ServiceClient::warnInsecure() {
+    LoggerW(
+        "the accessory link is not secure (plain TCP, the other device not authenticated): "
+        "secure data and authentication will be refused");
 }
 
 void ServiceClient::takeMessages() {

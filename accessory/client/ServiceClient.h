@@ -65,6 +65,8 @@ private:
     void accept(wire::ServiceMessage message, std::uint32_t awaited,
                 std::optional<wire::Reply>& reply);
     void observe(const wire::Event& event);
+    // Tells the app's log that the link it uses is not secure.
+    static void warnInsecure();
     void queue(wire::Event event);
     void scheduleDispatch();
     void dispatchPending();

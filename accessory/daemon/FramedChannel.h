@@ -25,17 +25,31 @@ namespace Accessory {
 enum Priority { kPriorityControl = 0, kPriorityHigh = 1, kPriorityMedium = 2, kPriorityLow = 3 };
 inline constexpr int kPriorityLevels = 4;
 
-template <typename Socket>
-class FramedChannel : public std::enable_shared_from_this<FramedChannel<Socket>> {
+// A framed session whatever its transport (plain or TLS), as the device link
+// uses it.
+class FrameSession {
 public:
     using PayloadHandler = std::function<void(const std::string& payload)>;
     using CloseHandler = std::function<void(const std::string& reason)>;
 
+    virtual ~FrameSession() = default;
+    virtual void start(PayloadHandler onPayload, CloseHandler onClose) = 0;
+    virtual bool send(std::string frame, int priority) = 0;
+    virtual bool sendMessage(const google::protobuf::MessageLite& message, int priority) = 0;
+    virtual void close(const std::string& reason) = 0;
+    virtual bool closed() const = 0;
+    virtual std::size_t queuedBytes() const = 0;
+};
+
+template <typename Socket>
+class FramedChannel : public FrameSession,
+                      public std::enable_shared_from_this<FramedChannel<Socket>> {
+public:
     FramedChannel(Socket socket, std::string name, std::size_t maxQueuedBytes)
         : m_socket(std::move(socket)), m_name(std::move(name)), m_maxQueuedBytes(maxQueuedBytes) {}
 
     // Starts reading; payloads and the end of the session go to the handlers.
-    void start(PayloadHandler onPayload, CloseHandler onClose) {
+    void start(PayloadHandler onPayload, CloseHandler onClose) override {
         m_onPayload = std::move(onPayload);
         m_onClose = std::move(onClose);
         readMore();
@@ -43,7 +57,7 @@ public:
 
     // Queues one frame. Returns false, queuing nothing, when the session is
     // closed or the queue already holds more than its bound.
-    bool send(std::string frame, int priority = kPriorityControl) {
+    bool send(std::string frame, int priority = kPriorityControl) override {
         if (m_closed || m_queuedBytes > m_maxQueuedBytes) {
             return false;
         }
@@ -56,7 +70,7 @@ public:
     // Encodes and queues a message; a message that can't be framed is logged
     // and dropped.
     bool sendMessage(const google::protobuf::MessageLite& message,
-                     int priority = kPriorityControl) {
+                     int priority = kPriorityControl) override {
         try {
             return send(encodeFrame(message), priority);
         } catch (const ProtocolError& error) {
@@ -66,7 +80,7 @@ public:
     }
 
     // Ends the session with a logged reason. Later calls do nothing.
-    void close(const std::string& reason) {
+    void close(const std::string& reason) override {
         if (m_closed) {
             return;
         }
@@ -75,7 +89,7 @@ public:
         asio::error_code ignored;
         // The queues stay until the channel goes: a write in flight may still
         // refer to its frame until its cancelled completion has run.
-        m_socket.close(ignored);
+        m_socket.lowest_layer().close(ignored);
         CloseHandler onClose = std::move(m_onClose);
         m_onClose = nullptr;
         m_onPayload = nullptr;
@@ -84,8 +98,8 @@ public:
         }
     }
 
-    bool closed() const { return m_closed; }
-    std::size_t queuedBytes() const { return m_queuedBytes; }
+    bool closed() const override { return m_closed; }
+    std::size_t queuedBytes() const override { return m_queuedBytes; }
     const std::string& name() const { return m_name; }
     Socket& socket() { return m_socket; }
 

@@ -8,7 +8,7 @@ namespace Accessory {
 
 const char* const kDaemonUsage =
     "usage: kv-accessoryd [--device DIR] [--name NAME] [--listen HOST:PORT | --connect "
-    "HOST:PORT]\n";
+    "HOST:PORT] [--insecure]\n";
 
 std::pair<std::string, unsigned short> splitHostPort(const std::string& text) {
     const std::size_t colon = text.rfind(':');
@@ -27,6 +27,10 @@ DaemonOptions parseDaemonOptions(const std::vector<std::string>& arguments) {
     DaemonOptions options;
     for (std::size_t i = 0; i < arguments.size(); ++i) {
         const std::string& option = arguments[i];
+        if (option == "--insecure") {
+            options.insecure = true;
+            continue;
+        }
         if (i + 1 >= arguments.size()) {
             throw std::invalid_argument("missing value or unknown option: " + option);
         }

@@ -16,6 +16,7 @@ struct DaemonOptions {
     std::string host;
     unsigned short port = 0;
     bool linkGiven = false;
+    bool insecure = false;  // a plain TCP link: nobody authenticated, nothing encrypted
 };
 
 extern const char* const kDaemonUsage;

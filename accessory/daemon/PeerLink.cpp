@@ -10,21 +10,34 @@ namespace {
 constexpr std::chrono::milliseconds kFirstBackoff(100);
 constexpr std::chrono::milliseconds kLongestBackoff(2000);
 constexpr std::size_t kLinkQueueBound = 64u * 1024u * 1024u;
+// How long a new connection has for its TLS handshake and its hello.
+constexpr std::chrono::seconds kHandshakeDeadline(3);
+// How many new connections may be on their way at once; more are closed.
+constexpr std::size_t kMaxCandidates = 16;
+
+using TcpChannel = FramedChannel<asio::ip::tcp::socket>;
+using TlsChannel = FramedChannel<TlsStream>;
 
 }  // namespace
 
 PeerLink::PeerLink(asio::io_context& io, Mode mode, asio::ip::tcp::endpoint endpoint,
-                   std::string localName, Handlers handlers)
+                   std::string localName, std::shared_ptr<LinkTls> tls, Handlers handlers)
     : m_io(io),
       m_mode(mode),
       m_endpoint(endpoint),
       m_localName(std::move(localName)),
+      m_tls(std::move(tls)),
       m_handlers(std::move(handlers)),
       m_acceptor(io),
       m_retryTimer(io),
       m_backoff(kFirstBackoff) {}
 
 void PeerLink::start() {
+    if (!m_tls) {
+        LoggerW(
+            "link: insecure: plain TCP, the other end is not authenticated and anyone "
+            "on this machine can pose as the paired device");
+    }
     if (m_mode == Mode::Connect) {
         connect();
         return;
@@ -45,8 +58,11 @@ void PeerLink::stop() {
     if (m_connecting) {
         m_connecting->close(ignored);
     }
-    if (auto channel = m_channel) {
-        channel->close("the service stops");
+    while (!m_candidates.empty()) {
+        dropCandidate(m_candidates.begin()->first, "the service stops");
+    }
+    if (auto session = m_session) {
+        session->close("the service stops");
     }
 }
 
@@ -57,13 +73,16 @@ void PeerLink::setEnabled(bool enabled) {
     m_enabled = enabled;
     LoggerI("link: " << (enabled ? "enabled" : "disabled"));
     if (!enabled) {
-        if (auto channel = m_channel) {
-            channel->close("the link was disabled");
+        while (!m_candidates.empty()) {
+            dropCandidate(m_candidates.begin()->first, "the link was disabled");
+        }
+        if (auto session = m_session) {
+            session->close("the link was disabled");
         }
         return;
     }
     m_backoff = kFirstBackoff;
-    if (m_mode == Mode::Connect && !m_channel && !m_connecting) {
+    if (m_mode == Mode::Connect && !m_session && !m_connecting && m_candidates.empty()) {
         connect();
     }
 }
@@ -80,7 +99,7 @@ std::string PeerLink::describe() const {
 }
 
 bool PeerLink::send(const wire::LinkMessage& message, int priority) {
-    return m_up && m_channel && m_channel->sendMessage(message, priority);
+    return m_up && m_session && m_session->sendMessage(message, priority);
 }
 
 void PeerLink::accept() {
@@ -89,11 +108,7 @@ void PeerLink::accept() {
             return;
         }
         if (!error) {
-            if (m_channel || !m_enabled) {
-                LoggerI("link: refused a link while " << (m_channel ? "linked" : "disabled"));
-            } else {
-                open(std::move(socket));
-            }
+            admit(std::move(socket));
         }
         accept();
     });
@@ -111,71 +126,182 @@ void PeerLink::connect() {
             scheduleReconnect();
             return;
         }
-        open(std::move(*socket));
+        admit(std::move(*socket));
     });
 }
 
 void PeerLink::scheduleReconnect() {
-    if (m_stopped || !m_enabled || m_mode != Mode::Connect) {
+    if (m_stopped || !m_enabled || m_mode != Mode::Connect || m_session || m_connecting ||
+        !m_candidates.empty()) {
         return;
     }
     m_retryTimer.expires_after(m_backoff);
     m_backoff = std::min(m_backoff * 2, kLongestBackoff);
     m_retryTimer.async_wait([this](const asio::error_code& error) {
-        if (!error && !m_channel && !m_connecting) {
+        if (!error && !m_session && !m_connecting && m_candidates.empty()) {
             connect();
         }
     });
 }
 
-void PeerLink::open(asio::ip::tcp::socket socket) {
+// A new connection becomes a candidate, with a deadline for its handshake.
+void PeerLink::admit(asio::ip::tcp::socket socket) {
+    if (!m_enabled || m_candidates.size() >= kMaxCandidates) {
+        LoggerI("link: refused a connection: " << (m_enabled ? "too many handshakes under way"
+                                                             : "the link is disabled"));
+        scheduleReconnect();
+        return;
+    }
     asio::error_code ignored;
     socket.set_option(asio::ip::tcp::no_delay(true), ignored);
-    m_channel = std::make_shared<Channel>(std::move(socket), "link", kLinkQueueBound);
-    m_channel->start([this](const std::string& payload) { onPayload(payload); },
-                     [this](const std::string&) { onClosed(); });
+    const std::uint64_t id = m_nextCandidate++;
+    Candidate& candidate = m_candidates[id];
+    candidate.deadline = std::make_shared<asio::steady_timer>(m_io, kHandshakeDeadline);
+    candidate.deadline->async_wait([this, id](const asio::error_code& error) {
+        if (!error) {
+            dropCandidate(id, "no handshake within the deadline");
+        }
+    });
+    if (!m_tls) {
+        startSession(id, std::make_shared<TcpChannel>(std::move(socket), "link", kLinkQueueBound),
+                     "");
+        return;
+    }
+    startHandshake(id, std::move(socket));
+}
+
+void PeerLink::startHandshake(std::uint64_t id, asio::ip::tcp::socket socket) {
+    auto presented = std::make_shared<std::string>();
+    std::shared_ptr<TlsStream> stream = m_tls->wrap(std::move(socket), presented);
+    std::weak_ptr<TlsStream> watched = stream;
+    // Until the handshake is over, closing the socket is how a candidate is
+    // dropped; the handshake's completion then sees the candidate gone.
+    auto abort = [watched] {
+        if (auto open = watched.lock()) {
+            asio::error_code ignored;
+            open->lowest_layer().close(ignored);
+        }
+    };
+    m_candidates[id].abortHandshake = abort;
+    const auto role =
+        m_mode == Mode::Listen ? asio::ssl::stream_base::server : asio::ssl::stream_base::client;
+    stream->async_handshake(role, [this, id, stream, presented](const asio::error_code& error) {
+        if (m_candidates.count(id) == 0) {
+            return;  // dropped meanwhile
+        }
+        if (error) {
+            LoggerW("link: refused a device at the handshake ("
+                    << error.message() << "); it presented "
+                    << (presented->empty() ? std::string("no certificate")
+                                           : "the certificate " + *presented));
+            dropCandidate(id, "handshake failed");
+            return;
+        }
+        m_candidates[id].abortHandshake = nullptr;
+        startSession(id, std::make_shared<TlsChannel>(std::move(*stream), "link", kLinkQueueBound),
+                     *presented);
+    });
+}
+
+// The candidate's session says hello and waits for the other end's.
+void PeerLink::startSession(std::uint64_t id, std::shared_ptr<FrameSession> session,
+                            std::string fingerprint) {
+    Candidate& candidate = m_candidates[id];
+    candidate.session = session;
+    candidate.fingerprint = std::move(fingerprint);
+    session->start(
+        [this, id](const std::string& payload) {
+            if (id == m_linkId) {
+                onLinkPayload(payload);
+            } else if (m_candidates.count(id) != 0) {
+                onCandidatePayload(id, payload);
+            }
+        },
+        [this, id](const std::string& reason) {
+            if (id == m_linkId) {
+                onLinkClosed();
+            } else {
+                dropCandidate(id, reason);
+            }
+        });
     wire::LinkMessage hello;
     hello.mutable_hello()->set_version(kProtocolVersion);
     hello.mutable_hello()->set_device_name(m_localName);
-    m_channel->sendMessage(hello);
+    session->sendMessage(hello, kPriorityControl);
 }
 
-void PeerLink::onPayload(const std::string& payload) {
+void PeerLink::onCandidatePayload(std::uint64_t id, const std::string& payload) {
     const wire::LinkMessage message = decodeLinkMessage(payload);
-    if (!m_up) {
-        if (!message.has_hello()) {
-            throw ProtocolError("the first link message is not a hello");
-        }
-        onHello(message.hello());
+    if (!message.has_hello()) {
+        throw ProtocolError("the first link message is not a hello");
+    }
+    if (message.hello().version() != kProtocolVersion) {
+        throw ProtocolError("the other daemon speaks version " +
+                            std::to_string(message.hello().version()));
+    }
+    promote(id, message.hello());
+}
+
+// The first candidate through its handshake becomes the link.
+void PeerLink::promote(std::uint64_t id, const wire::LinkHello& hello) {
+    if (m_session || !m_enabled) {
+        LoggerI("link: refused a second link from " << hello.device_name());
+        dropCandidate(id, "a link is up already");
         return;
     }
+    Candidate candidate = std::move(m_candidates[id]);
+    m_candidates.erase(id);
+    candidate.deadline->cancel();
+    m_linkId = id;
+    m_session = candidate.session;
+    m_peerFingerprint = candidate.fingerprint;
+    m_peerName = hello.device_name();
+    m_up = true;
+    m_backoff = kFirstBackoff;
+    if (m_tls) {
+        LoggerI("link: up with " << m_peerName << " over TLS 1.3, certificate "
+                                 << m_peerFingerprint);
+    } else {
+        LoggerW("link: up with " << m_peerName << " over plain TCP (insecure)");
+    }
+    m_handlers.up(m_peerName);
+}
+
+void PeerLink::dropCandidate(std::uint64_t id, const std::string& reason) {
+    auto found = m_candidates.find(id);
+    if (found == m_candidates.end()) {
+        return;
+    }
+    Candidate candidate = std::move(found->second);
+    m_candidates.erase(found);
+    candidate.deadline->cancel();
+    if (candidate.abortHandshake) {
+        LoggerI("link: a connection left: " << reason);
+        candidate.abortHandshake();
+    }
+    if (candidate.session) {
+        candidate.session->close(reason);
+    }
+    scheduleReconnect();
+}
+
+void PeerLink::onLinkPayload(const std::string& payload) {
+    const wire::LinkMessage message = decodeLinkMessage(payload);
     if (message.has_hello()) {
         throw ProtocolError("a second hello on the link");
     }
     m_handlers.message(message);
 }
 
-void PeerLink::onHello(const wire::LinkHello& hello) {
-    if (hello.version() != kProtocolVersion) {
-        throw ProtocolError("the other daemon speaks version " + std::to_string(hello.version()));
-    }
-    m_up = true;
-    m_backoff = kFirstBackoff;
-    m_peerName = hello.device_name();
-    LoggerI("link: up with " << m_peerName);
-    m_handlers.up(m_peerName);
-}
-
-void PeerLink::onClosed() {
-    // The channel stays alive until its pending handlers have run; only this
+void PeerLink::onLinkClosed() {
+    // The session stays alive until its pending handlers have run; only this
     // link's reference goes.
-    const bool wasUp = m_up;
     m_up = false;
-    m_channel.reset();
-    if (wasUp) {
-        LoggerI("link: down");
-        m_handlers.down();
-    }
+    m_linkId = 0;
+    m_session.reset();
+    m_peerFingerprint.clear();
+    LoggerI("link: down");
+    m_handlers.down();
     scheduleReconnect();
 }
 

@@ -1,17 +1,26 @@
 // The link with the daemon of the paired device, over TCP. One side listens,
 // the other connects and, whenever the link is lost or can't be made, tries
-// again with a growing pause. Both ends open with a LinkHello; the link is up
-// from the moment the other end's hello has been accepted.
+// again with a growing pause.
+//
+// A new connection is a candidate until it has passed its handshake: TLS 1.3
+// with the pinned certificates (LinkTls), then a LinkHello from the other
+// end. Every step has to be done within a short deadline, and several
+// candidates may be on their way at once, so a silent or slow connection
+// holds nothing up; the first candidate that passes becomes the link, and
+// later ones are turned away while it is up. A daemon started insecure
+// skips TLS (plain TCP, nobody authenticated) and says so.
 #ifndef KV_ACCESSORYD_PEER_LINK_H
 #define KV_ACCESSORYD_PEER_LINK_H
 
 #include <asio.hpp>
 #include <chrono>
 #include <functional>
+#include <map>
 #include <memory>
 #include <string>
 
 #include "FramedChannel.h"
+#include "LinkTls.h"
 
 namespace Kv {
 namespace Accessory {
@@ -26,20 +35,29 @@ public:
         std::function<void(const wire::LinkMessage&)> message;
     };
 
+    // `tls` is null for an insecure link.
     PeerLink(asio::io_context& io, Mode mode, asio::ip::tcp::endpoint endpoint,
-             std::string localName, Handlers handlers);
+             std::string localName, std::shared_ptr<LinkTls> tls, Handlers handlers);
 
     // Listens (throws std::system_error when the address can't be bound) or
     // starts connecting.
     void start();
-    // Closes the link and stops listening or connecting.
+    // Closes the link and every candidate, and stops listening or connecting.
     void stop();
     // Drops the link and refuses it (false), or allows it again (true).
     void setEnabled(bool enabled);
 
     bool isUp() const { return m_up; }
+    // Whether the link is encrypted and the other end proved it holds the
+    // pinned certificate (always false for an insecure link).
+    bool secure() const { return m_up && m_tls != nullptr; }
+    // Whether links are made over TLS (false when started insecure).
+    bool usesTls() const { return m_tls != nullptr; }
+    // The fingerprint of the certificate the other end presented on this
+    // link; empty for an insecure link.
+    const std::string& peerFingerprint() const { return m_peerFingerprint; }
     // Bytes queued for the other daemon and not yet written.
-    std::size_t queuedBytes() const { return m_channel ? m_channel->queuedBytes() : 0; }
+    std::size_t queuedBytes() const { return m_session ? m_session->queuedBytes() : 0; }
     bool enabled() const { return m_enabled; }
     // The listening port (the one chosen by the system when 0 was asked).
     unsigned short localPort() const;
@@ -51,27 +69,43 @@ public:
     bool send(const wire::LinkMessage& message, int priority = kPriorityControl);
 
 private:
-    using Channel = FramedChannel<asio::ip::tcp::socket>;
+    // A connection on its way to becoming the link.
+    struct Candidate {
+        std::shared_ptr<FrameSession> session;         // once its handshake is over
+        std::function<void()> abortHandshake;          // while its TLS handshake runs
+        std::shared_ptr<asio::steady_timer> deadline;  // for the handshake and the hello
+        std::string fingerprint;                       // of the certificate it presented
+    };
 
     void accept();
     void connect();
     void scheduleReconnect();
-    void open(asio::ip::tcp::socket socket);
-    void onPayload(const std::string& payload);
-    void onHello(const wire::LinkHello& hello);
-    void onClosed();
+    void admit(asio::ip::tcp::socket socket);
+    void startHandshake(std::uint64_t id, asio::ip::tcp::socket socket);
+    void startSession(std::uint64_t id, std::shared_ptr<FrameSession> session,
+                      std::string fingerprint);
+    void onCandidatePayload(std::uint64_t id, const std::string& payload);
+    void promote(std::uint64_t id, const wire::LinkHello& hello);
+    void dropCandidate(std::uint64_t id, const std::string& reason);
+    void onLinkPayload(const std::string& payload);
+    void onLinkClosed();
 
     asio::io_context& m_io;
     Mode m_mode;
     asio::ip::tcp::endpoint m_endpoint;
     std::string m_localName;
+    std::shared_ptr<LinkTls> m_tls;
     Handlers m_handlers;
     asio::ip::tcp::acceptor m_acceptor;
     asio::steady_timer m_retryTimer;
     std::chrono::milliseconds m_backoff;
-    std::shared_ptr<Channel> m_channel;
+    std::map<std::uint64_t, Candidate> m_candidates;
+    std::uint64_t m_nextCandidate = 1;
+    std::shared_ptr<FrameSession> m_session;  // the link, once a candidate passed
+    std::uint64_t m_linkId = 0;               // the candidate that became the link
     std::shared_ptr<asio::ip::tcp::socket> m_connecting;
     std::string m_peerName;
+    std::string m_peerFingerprint;
     bool m_up = false;
     bool m_enabled = true;
     bool m_stopped = false;

@@ -134,6 +134,7 @@ wire::Reply Service::hello(Session& session, const wire::Hello& hello) {
     reply.set_value(static_cast<std::int32_t>(kProtocolVersion));
     reply.set_attached(linked());
     reply.set_device_type(kLinkDeviceType);
+    reply.set_secure(secureLink());
     return reply;
 }
 
@@ -232,11 +233,18 @@ wire::Reply Service::status() const {
         if (linked()) {
             text << " with " << m_link->peerName();
         }
+        text << "\nsecurity: "
+             << (m_link->usesTls() ? "TLS 1.3 with the paired device's pinned certificate"
+                                   : "none (insecure: plain TCP, nobody authenticated)");
+        if (secureLink()) {
+            text << "\npeer certificate: " << m_link->peerFingerprint();
+        }
     }
     text << "\nsessions: " << m_sessions.size() << "\nagents: " << m_agents.size()
          << "\nconnections: " << m_connections.size() << "\n";
     wire::Reply reply = resultReply(wire::RESULT_SUCCESS);
     reply.set_attached(linked());
+    reply.set_secure(secureLink());
     reply.set_status_text(text.str());
     return reply;
 }
@@ -248,6 +256,7 @@ void Service::onLinkUp(const std::string& peerName) {
     wire::Event event;
     event.mutable_device_status()->set_device_type(kLinkDeviceType);
     event.mutable_device_status()->set_status(wire::DEVICE_ATTACHED);
+    event.mutable_device_status()->set_secure(secureLink());
     notifyAll(event);
 }
 

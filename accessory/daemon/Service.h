@@ -164,6 +164,7 @@ private:
     void notifyAll(wire::Event event);
     void writeConnStatus(int value);
     bool linked() const { return m_link != nullptr && m_link->isUp(); }
+    bool secureLink() const { return m_link != nullptr && m_link->secure(); }
 
     asio::io_context& m_io;
     std::string m_deviceName;

@@ -280,6 +280,10 @@ wire::Reply Service::sendData(SessionId id, const wire::SendData& request) {
     if (!linked()) {
         return resultReply(wire::RESULT_NO_DEVICE);
     }
+    if (request.secure() && !secureLink()) {
+        LoggerW("secure data refused: the link is not encrypted and authenticated");
+        return resultReply(wire::RESULT_GENERAL);
+    }
     wire::LinkMessage message;
     auto* data = message.mutable_data();
     data->set_connection_id(connection->peerConnectionId);

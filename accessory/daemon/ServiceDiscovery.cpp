@@ -113,15 +113,16 @@ wire::Reply Service::authenticate(SessionId id, const wire::Authenticate& reques
     if (ownAgent(id, request.agent_id()) == nullptr || !request.has_peer()) {
         return resultReply(wire::RESULT_INVALID);
     }
-    // The link joins two devices of one machine: a peer of the current link
-    // session is authentic, and its token names the device and the app.
+    // A peer is authentic when it is reached over the current link and that
+    // link's other end proved, in the TLS handshake, that it holds the pinned
+    // certificate; the token is that certificate's fingerprint.
     wire::Event event;
     auto* answer = event.mutable_authenticated();
     answer->set_agent_id(request.agent_id());
     *answer->mutable_peer() = request.peer();
-    if (linked() && request.peer().accessory_id() == m_linkSession) {
+    if (secureLink() && request.peer().accessory_id() == m_linkSession) {
         answer->set_has_token(true);
-        answer->set_token(request.peer().device_name() + "/" + request.peer().app_name());
+        answer->set_token(m_link->peerFingerprint());
     } else {
         answer->set_status(wire::NOT_AUTHENTICATED);
     }

@@ -2,6 +2,7 @@
 // apps on the device's accessory socket and links the device with its paired
 // device over TCP.
 #include <Logger.h>
+#include <kv-accessory/DeviceIdentity.h>
 #include <kv-device/Device.h>
 #include <kv-device/FileUtil.h>
 
@@ -45,9 +46,15 @@ std::unique_ptr<PeerLink> makeLink(asio::io_context& io, const DaemonOptions& op
         [&service] { service.onLinkDown(); },
         [&service](const wire::LinkMessage& message) { service.onLinkMessage(message); }};
     const asio::ip::tcp::endpoint endpoint(asio::ip::make_address(options.host), options.port);
+    std::shared_ptr<LinkTls> tls;
+    if (!options.insecure) {
+        const std::string root = Kv::Device::root();
+        ensureIdentity(root, name);
+        tls = std::make_shared<LinkTls>(root);
+    }
     return std::make_unique<PeerLink>(
         io, options.listen ? PeerLink::Mode::Listen : PeerLink::Mode::Connect, endpoint, name,
-        std::move(handlers));
+        std::move(tls), std::move(handlers));
 }
 
 int run(const DaemonOptions& options) {

@@ -8,6 +8,8 @@
 #include <stdexcept>
 
 #include <kv-accessory/DeviceControl.h>
+#include <kv-accessory/DeviceIdentity.h>
+#include <kv-accessory/Pairing.h>
 
 using namespace Kv::Accessory;
 
@@ -15,8 +17,15 @@ namespace {
 
 const char* const kUsage =
     "usage:\n"
-    "  kv-accessory create DIR_A DIR_B          make two device folders\n"
-    "  kv-accessory pair DIR_A DIR_B            start both services, linked over loopback TCP\n"
+    "  kv-accessory create DIR_A DIR_B          make two device folders, each with its identity\n"
+    "  kv-accessory pair DIR_A DIR_B [--insecure]\n"
+    "                                           pin each other's certificate and start both\n"
+    "                                           services, linked over loopback (TLS 1.3)\n"
+    "  kv-accessory pair DIR --listen HOST:PORT | --connect HOST:PORT\n"
+    "                                           pair with a device of another host: both show a\n"
+    "                                           code; confirm when they show the same\n"
+    "  kv-accessory unpair DIR                  forget the paired device\n"
+    "  kv-accessory identity DIR                the device's certificate and its pin\n"
     "  kv-accessory start DIR [--listen HOST:PORT | --connect HOST:PORT] [--name NAME]\n"
     "                                           (no options: as it was last started)\n"
     "  kv-accessory status DIR                  the service's link, apps, agents, connections\n"
@@ -43,14 +52,49 @@ void needArguments(const std::vector<std::string>& arguments, std::size_t count)
     }
 }
 
-void pair(const std::string& first, const std::string& second) {
-    startDaemon(first, {"--listen", "127.0.0.1:0"});
+void pair(const std::string& first, const std::string& second, bool insecure) {
+    pairFolders(first, second);
+    const std::vector<std::string> extra =
+        insecure ? std::vector<std::string>{"--insecure"} : std::vector<std::string>{};
+    std::vector<std::string> listen{"--listen", "127.0.0.1:0"};
+    listen.insert(listen.end(), extra.begin(), extra.end());
+    startDaemon(first, listen);
     const std::string port = std::to_string(listeningPort(first));
-    startDaemon(second, {"--connect", "127.0.0.1:" + port});
+    std::vector<std::string> connect{"--connect", "127.0.0.1:" + port};
+    connect.insert(connect.end(), extra.begin(), extra.end());
+    startDaemon(second, connect);
     if (!waitLinked(first, 10000) || !waitLinked(second, 10000)) {
         throw std::runtime_error("the devices did not link");
     }
     std::cout << "linked " << first << " and " << second << " on 127.0.0.1:" << port << "\n";
+}
+
+// Asks the user whether the other device shows the same code.
+bool confirmCode(const std::string& code, const std::string& fingerprint) {
+    std::cout << "the other device's certificate: " << fingerprint << "\n"
+              << "pairing code: " << code.substr(0, 3) << " " << code.substr(3) << "\n"
+              << "Does the other device show the same code? [y/N] " << std::flush;
+    std::string answer;
+    std::getline(std::cin, answer);
+    return answer == "y" || answer == "Y" || answer == "yes";
+}
+
+void pairRemote(const std::vector<std::string>& arguments) {
+    if (arguments.size() != 3 || (arguments[1] != "--listen" && arguments[1] != "--connect")) {
+        throw UsageError("pair DIR needs --listen HOST:PORT or --connect HOST:PORT");
+    }
+    const std::string device = absolute(arguments[0]);
+    if (!pairOverNetwork(device, arguments[1] == "--listen", arguments[2], confirmCode)) {
+        std::cout << "not paired\n";
+        throw std::runtime_error("the codes were not confirmed; nothing was pinned");
+    }
+    std::cout << "paired: " << device << " now links only with that device\n";
+}
+
+void showIdentity(const std::string& device) {
+    std::cout << "certificate: " << certificateFingerprint(ownCertificate(device)) << "\n";
+    const std::optional<std::string> pin = pinnedCertificate(device);
+    std::cout << "paired with: " << (pin ? certificateFingerprint(*pin) : "nobody") << "\n";
 }
 
 void setLink(const std::string& device, bool enabled) {
@@ -63,11 +107,25 @@ int runCommand(const std::string& command, const std::vector<std::string>& argum
     if (command == "create") {
         needArguments(arguments, 2);
         for (const std::string& folder : arguments) {
-            std::cout << absolute(folder) << "\n";
+            const std::string device = absolute(folder);
+            ensureIdentity(device, device.substr(device.rfind('/') + 1));
+            std::cout << device << "\n";
         }
+    } else if (command == "pair" && arguments.size() >= 2 && arguments[1].rfind("--", 0) == 0) {
+        pairRemote(arguments);
     } else if (command == "pair") {
         needArguments(arguments, 2);
-        pair(absolute(arguments[0]), absolute(arguments[1]));
+        const bool insecure = arguments.size() == 3 && arguments[2] == "--insecure";
+        if (arguments.size() > 2 && !insecure) {
+            throw UsageError("unexpected argument: " + arguments[2]);
+        }
+        pair(absolute(arguments[0]), absolute(arguments[1]), insecure);
+    } else if (command == "unpair") {
+        needArguments(arguments, 1);
+        unpair(absolute(arguments[0]));
+    } else if (command == "identity") {
+        needArguments(arguments, 1);
+        showIdentity(absolute(arguments[0]));
     } else if (command == "start") {
         needArguments(arguments, 1);
         startDaemon(absolute(arguments[0]),

@@ -2,6 +2,7 @@
 
 #include <gtest/gtest.h>
 #include <kv-accessory/DeviceControl.h>
+#include <kv-accessory/Pairing.h>
 #include <kv-device/AppRegistry.h>
 #include <kv-device/Device.h>
 #include <kv-device/FileUtil.h>
@@ -113,21 +114,27 @@ DevicePair::~DevicePair() {
     fs::remove_all(m_base, ignored);
 }
 
-void DevicePair::start() {
-    startAlpha();
-    startBeta();
+void DevicePair::start(const std::vector<std::string>& extra) {
+    Kv::Accessory::pairFolders(m_alpha, m_beta);
+    startAlpha(extra);
+    startBeta(0, extra);
     if (!waitLinked(m_alpha) || !waitLinked(m_beta)) {
         throw std::runtime_error("the devices did not link");
     }
 }
 
-void DevicePair::startAlpha() {
-    startDaemon(m_alpha, {"--listen", "127.0.0.1:0", "--name", "alpha"});
+void DevicePair::startAlpha(const std::vector<std::string>& extra) {
+    std::vector<std::string> arguments{"--listen", "127.0.0.1:0", "--name", "alpha"};
+    arguments.insert(arguments.end(), extra.begin(), extra.end());
+    startDaemon(m_alpha, arguments);
     m_port = listeningPort(m_alpha);
 }
 
-void DevicePair::startBeta() {
-    startDaemon(m_beta, {"--connect", "127.0.0.1:" + std::to_string(m_port), "--name", "beta"});
+void DevicePair::startBeta(unsigned short port, const std::vector<std::string>& extra) {
+    std::vector<std::string> arguments{
+        "--connect", "127.0.0.1:" + std::to_string(port != 0 ? port : m_port), "--name", "beta"};
+    arguments.insert(arguments.end(), extra.begin(), extra.end());
+    startDaemon(m_beta, arguments);
 }
 
 void DevicePair::killBeta() {
@@ -347,6 +354,35 @@ void AppProcess::kill() {
     ::waitpid(m_pid, nullptr, 0);
     ::close(m_pipe);
     m_pid = -1;
+}
+
+std::pair<std::uint32_t, std::uint32_t> openConnection(WireClient& consumer, WireClient& provider,
+                                                       const std::string& profileId) {
+    const std::uint32_t consumerAgent = consumer.registerAgent(profileId);
+    const std::uint32_t providerAgent = provider.registerAgent(profileId);
+    const std::vector<wire::PeerAgent> peers = consumer.findPeers(consumerAgent);
+    EXPECT_EQ(peers.size(), 1u);
+    if (peers.empty()) {
+        return {0, 0};
+    }
+    wire::Request request;
+    request.mutable_create_connection()->set_agent_id(consumerAgent);
+    *request.mutable_create_connection()->mutable_peer() = peers.at(0);
+    EXPECT_EQ(consumer.call(request).result(), 0);
+    auto indication = provider.waitEvent(isConnectionRequest());
+    EXPECT_TRUE(indication.has_value());
+    if (!indication) {
+        return {0, 0};
+    }
+    const std::uint32_t providerConnection = indication->connection_requested().connection_id();
+    EXPECT_EQ(provider.answer(providerAgent, providerConnection, true), 0);
+    auto confirm = consumer.waitEvent([](const wire::Event& e) { return e.has_create_confirm(); });
+    EXPECT_TRUE(confirm.has_value());
+    if (!confirm) {
+        return {0, providerConnection};
+    }
+    EXPECT_EQ(confirm->create_confirm().status(), wire::CONNECTION_MADE);
+    return {confirm->create_confirm().connection_id(), providerConnection};
 }
 
 std::function<bool(const wire::Event&)> isTerminated(std::uint32_t connectionId) {

@@ -41,10 +41,14 @@ public:
     DevicePair(const DevicePair&) = delete;
     DevicePair& operator=(const DevicePair&) = delete;
 
-    // Starts both daemons and waits until they are linked.
-    void start();
-    void startAlpha();
-    void startBeta();
+    // Pairs the devices, starts both daemons and waits until they are
+    // linked. `extra` goes to both daemons (say, "--insecure").
+    void start(const std::vector<std::string>& extra = {});
+    // Alpha listens on a port of the system's choice; beta connects to
+    // `port` (alpha's when 0).
+    void startAlpha(const std::vector<std::string>& extra = {});
+    void startBeta(unsigned short port = 0, const std::vector<std::string>& extra = {});
+    unsigned short alphaPort() const { return m_port; }
     // Stops a daemon with SIGKILL (nothing is cleaned up by it).
     void killBeta();
     void setLink(const std::string& device, bool enabled);
@@ -113,6 +117,12 @@ private:
     int m_pipe = -1;
     bool m_ready = false;
 };
+
+// Registers the consumer's and the provider's agents of `profileId`, and has
+// the consumer connect to the provider, which accepts. The connection's ids
+// on the consumer's and on the provider's side.
+std::pair<std::uint32_t, std::uint32_t> openConnection(WireClient& consumer, WireClient& provider,
+                                                       const std::string& profileId);
 
 // Matchers for WireClient::waitEvent.
 std::function<bool(const wire::Event&)> isTerminated(std::uint32_t connectionId);

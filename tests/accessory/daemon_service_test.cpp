@@ -20,23 +20,7 @@ protected:
 
     // A connection on /test/echo: the consumer's and the provider's ids.
     std::pair<std::uint32_t, std::uint32_t> openEcho() {
-        const std::uint32_t consumerAgent = consumer->registerAgent("/test/echo");
-        const std::uint32_t providerAgent = provider->registerAgent("/test/echo");
-        const std::vector<wire::PeerAgent> peers = consumer->findPeers(consumerAgent);
-        EXPECT_EQ(peers.size(), 1u);
-        wire::Request request;
-        request.mutable_create_connection()->set_agent_id(consumerAgent);
-        *request.mutable_create_connection()->mutable_peer() = peers.at(0);
-        EXPECT_EQ(consumer->call(request).result(), 0);
-        auto indication = provider->waitEvent(isConnectionRequest());
-        EXPECT_TRUE(indication.has_value());
-        const std::uint32_t providerConnection = indication->connection_requested().connection_id();
-        EXPECT_EQ(provider->answer(providerAgent, providerConnection, true), 0);
-        auto confirm =
-            consumer->waitEvent([](const wire::Event& e) { return e.has_create_confirm(); });
-        EXPECT_TRUE(confirm.has_value());
-        EXPECT_EQ(confirm->create_confirm().status(), wire::CONNECTION_MADE);
-        return {confirm->create_confirm().connection_id(), providerConnection};
+        return openConnection(*consumer, *provider, "/test/echo");
     }
 
     DevicePair devices;

@@ -94,10 +94,25 @@ WorkFolder::~WorkFolder() {
     std::filesystem::remove_all(m_path, ignored);
 }
 
-DevicePair::DevicePair(const std::string& work)
+DevicePair::DevicePair(const std::string& work, bool insecure)
     : m_work(work), m_watch(work + "/watch"), m_phone(work + "/phone") {
     accessoryTool({"create", m_watch, m_phone});
-    accessoryTool({"pair", m_watch, m_phone});
+    std::vector<std::string> pair{"pair", m_watch, m_phone};
+    if (insecure) {
+        pair.push_back("--insecure");
+    }
+    accessoryTool(pair);
+}
+
+std::string DevicePair::fingerprint(const std::string& device) const {
+    const KvTest::ProcessResult result =
+        KvTest::runProcess({KV_ACCESSORY_TOOL, "identity", device});
+    const std::string prefix = "certificate: ";
+    const std::size_t at = result.out.find(prefix);
+    return at == std::string::npos
+               ? std::string()
+               : result.out.substr(at + prefix.size(),
+                                   result.out.find('\n', at) - at - prefix.size());
 }
 
 DevicePair::~DevicePair() { KvTest::runProcess({KV_ACCESSORY_TOOL, "stop", m_watch, m_phone}); }

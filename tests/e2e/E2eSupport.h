@@ -16,12 +16,13 @@ namespace KvE2e {
 using std::chrono::milliseconds;
 using std::chrono::seconds;
 
-// Two device folders, "watch" and "phone", under `work` (made afresh), with
-// their daemons started and linked: the watch listens, the phone connects.
-// The daemons are stopped when the object goes.
+// Two device folders, "watch" and "phone", under `work` (made afresh),
+// paired, with their daemons started and linked (over TLS, or plain TCP when
+// `insecure`): the watch listens, the phone connects. The daemons are
+// stopped when the object goes.
 class DevicePair {
 public:
-    explicit DevicePair(const std::string& work);
+    explicit DevicePair(const std::string& work, bool insecure = false);
     ~DevicePair();
     DevicePair(const DevicePair&) = delete;
     DevicePair& operator=(const DevicePair&) = delete;
@@ -41,6 +42,8 @@ public:
     void setLink(const std::string& device, bool up) const;
     // Waits until both daemons report the link up; false after `timeout`.
     bool waitLinked(milliseconds timeout = seconds(10)) const;
+    // The fingerprint of the device's certificate.
+    std::string fingerprint(const std::string& device) const;
 
 private:
     std::string m_work;

@@ -35,8 +35,8 @@ void writeBytes(const std::string& path, std::size_t size) {
 
 class SituationsTest : public testing::Test {
 protected:
-    SituationsTest()
-        : devices(work),
+    explicit SituationsTest(bool insecure = false)
+        : devices(work, insecure),
           watchApp(devices.install(devices.watch(), "watch-situations")),
           phoneApp(devices.install(devices.phone(), "phone-situations")) {
         std::ofstream(documents() + "/report.txt") << "heart rate 72\n";
@@ -203,6 +203,32 @@ TEST_F(SituationsTest, CancelledByReceiver) {
     start("cancel-file", "big-file");
     expectWatch("watch: file error UNKNOWN_ERROR");
     expectPhone("phone: file error PEER_REJECTED");
+}
+
+TEST_F(SituationsTest, SecureDataAndAuthenticationOverThePairedLink) {
+    start("accept", "secure-data");
+    expectPhone("phone: sendData sent");
+    expectPhone("phone: sendSecureData sent");
+    expectWatch("watch: received secret hello");
+    expectPhone("phone: authenticated AUTHENTICATION_TYPE_CERTIFICATE_X509 " +
+                devices.fingerprint(devices.watch()));
+}
+
+class InsecureSituationsTest : public SituationsTest {
+protected:
+    InsecureSituationsTest() : SituationsTest(true) {}
+};
+
+// Over a link started insecure, plain data goes, secure data is refused as a
+// send the service refuses, authentication fails, and the app's log says why.
+TEST_F(InsecureSituationsTest, SecureDataAndAuthenticationAreRefused) {
+    start("accept", "secure-data");
+    expectPhone("phone: sendData sent");
+    expectPhone("phone: sendSecureData threw IOError Problem on I/O connection.");
+    expectPhone("phone: authentication error TokenNotGeneratedError");
+    expectWatch("watch: received plain hello");
+    EXPECT_NE(readText(work.path() + "/phone.log").find("the accessory link is not secure"),
+              std::string::npos);
 }
 
 }  // namespace

@@ -28,6 +28,16 @@ function sendFiles(agent, peer, path, count, cancelAtProgress) {
     }
 }
 
+// Sends `data` with the socket's method `method`, printing the outcome.
+function trySend(socket, method, data) {
+    try {
+        socket[method](104, data);
+        log(method, 'sent');
+    } catch (error) {
+        log(method, 'threw', error.name, error.message);
+    }
+}
+
 // What to do once the watch is found; `other` is the agent of the second
 // profile, registered and idle.
 var situations = {
@@ -56,6 +66,9 @@ var situations = {
         agent.requestServiceConnection(peer);
     },
     'already-connected': function (agent, peer) {
+        agent.requestServiceConnection(peer);
+    },
+    'secure-data': function (agent, peer) {
         agent.requestServiceConnection(peer);
     },
     'close-twice': function (agent, peer) {
@@ -102,6 +115,15 @@ webapis.kv.requestKvAgent(function (agents) {
                     agent.requestServiceConnection(socket.peerAgent);
                 }
             });
+            if (situation === 'secure-data') {
+                trySend(socket, 'sendData', 'plain hello');
+                trySend(socket, 'sendSecureData', 'secret hello');
+                agent.authenticatePeerAgent(socket.peerAgent, function (peer, token) {
+                    log('authenticated', token.authenticationType, token.key);
+                }, function (error) {
+                    log('authentication error', error.name);
+                });
+            }
             if (situation === 'close-twice') {
                 socket.close();
                 try {

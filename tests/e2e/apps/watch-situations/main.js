@@ -30,6 +30,9 @@ function answerRequests(agent) {
         },
         onconnect: function (socket) {
             log('connected');
+            socket.setDataReceiveListener(function (channelId, data) {
+                log('received', data);
+            });
             socket.setSocketStatusListener(function (reason) {
                 log('connection ended', reason);
             });

@@ -1,0 +1,33 @@
+// Pairing two devices: each pins the other's certificate, so that their
+// daemons link with each other and with no one else.
+#ifndef KV_ACCESSORY_TOOL_PAIRING_H
+#define KV_ACCESSORY_TOOL_PAIRING_H
+
+#include <functional>
+#include <string>
+
+namespace Kv {
+namespace Accessory {
+
+// Pairs two device folders of this machine: both get their identity when
+// they lack one, and each pins the other's certificate.
+void pairFolders(const std::string& deviceA, const std::string& deviceB);
+
+// Pairs the device `device` with one on another host: one side listens on
+// `hostPort`, the other connects to it; they trade certificates, and each
+// side shows a six-digit code made from both. `confirm` is shown the code
+// and the other device's fingerprint and answers whether the user saw the
+// same code on the other device; only then is the other certificate pinned.
+// Returns whether it was. Throws std::runtime_error when the exchange fails.
+bool pairOverNetwork(const std::string& device, bool listen, const std::string& hostPort,
+                     const std::function<bool(const std::string& code,
+                                              const std::string& peerFingerprint)>& confirm);
+
+// Forgets the device's pin: its daemon links with nobody until it is paired
+// again (a link that is up is dropped when the daemon runs).
+void unpair(const std::string& device);
+
+}  // namespace Accessory
+}  // namespace Kv
+
+#endif
