@@ -27,7 +27,11 @@ bool served(asio::io_context& io, const std::string& path) {
 }  // namespace
 
 ClientServer::ClientServer(asio::io_context& io, Service& service, std::string path)
-    : m_io(io), m_service(service), m_path(std::move(path)), m_acceptor(io) {}
+    : m_io(io),
+      m_service(service),
+      m_path(std::move(path)),
+      m_acceptor(io),
+      m_readBudget(std::make_shared<ReadBudget>(kMaxPartialFrameBytes)) {}
 
 void ClientServer::start() {
     if (m_path.size() >= sizeof(sockaddr_un::sun_path)) {
@@ -81,10 +85,18 @@ void ClientServer::admit(asio::local::stream_protocol::socket socket) {
         LoggerW("refused a process of another user");
         return;
     }
+    std::size_t& sessions = m_sessionsPerUser[credentials.uid];
+    if (sessions >= kMaxSessionsPerUser) {
+        LoggerW("refused process " << credentials.pid << ": its user has " << sessions
+                                   << " sessions already");
+        return;
+    }
+    ++sessions;
     const std::string appId = Device::runningAppId(credentials.pid).value_or("");
     const std::string name =
         "app session of process " + std::to_string(credentials.pid) + " (" + appId + ")";
-    auto channel = std::make_shared<ClientChannel>(std::move(socket), name, kSessionQueueBound);
+    auto channel =
+        std::make_shared<ClientChannel>(std::move(socket), name, kSessionQueueBound, m_readBudget);
     const SessionId id = m_service.addSession(channel, appId);
     LoggerI(name << " opened");
     Service& service = m_service;
@@ -92,7 +104,10 @@ void ClientServer::admit(asio::local::stream_protocol::socket socket) {
         [&service, id](const std::string& payload) {
             service.handleRequest(id, decodeClientMessage(payload).request());
         },
-        [&service, id](const std::string&) { service.removeSession(id); });
+        [this, id, uid = credentials.uid](const std::string&) {
+            --m_sessionsPerUser[uid];
+            m_service.removeSession(id);
+        });
 }
 
 }  // namespace Accessory

@@ -2,12 +2,20 @@
 // their sessions. The socket file is readable and writable by its owner only;
 // a connecting process must run as the same user, and its app is found
 // through the device's table of running apps.
+//
+// Limits against a misbehaving local process: at most kMaxSessionsPerUser
+// sessions of one user at a time, and at most kMaxPartialFrameBytes held for
+// frames that the sessions have only partly sent, all together. A session
+// over a limit is closed and logged; the others go on.
 #ifndef KV_ACCESSORYD_CLIENT_SERVER_H
 #define KV_ACCESSORYD_CLIENT_SERVER_H
 
 #include <asio.hpp>
+#include <map>
+#include <memory>
 #include <string>
 
+#include "Limits.h"
 #include "Service.h"
 
 namespace Kv {
@@ -31,6 +39,8 @@ private:
     Service& m_service;
     std::string m_path;
     asio::local::stream_protocol::acceptor m_acceptor;
+    std::shared_ptr<ReadBudget> m_readBudget;
+    std::map<uid_t, std::size_t> m_sessionsPerUser;
 };
 
 }  // namespace Accessory

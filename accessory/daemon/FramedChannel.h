@@ -11,6 +11,8 @@
 #include <Logger.h>
 #include <kv-accessory/Codec.h>
 
+#include "ReadBudget.h"
+
 #include <array>
 #include <asio.hpp>
 #include <deque>
@@ -45,8 +47,14 @@ template <typename Socket>
 class FramedChannel : public FrameSession,
                       public std::enable_shared_from_this<FramedChannel<Socket>> {
 public:
-    FramedChannel(Socket socket, std::string name, std::size_t maxQueuedBytes)
-        : m_socket(std::move(socket)), m_name(std::move(name)), m_maxQueuedBytes(maxQueuedBytes) {}
+    // `budget`, when given, bounds what all the sessions sharing it may hold
+    // in partly received frames.
+    FramedChannel(Socket socket, std::string name, std::size_t maxQueuedBytes,
+                  std::shared_ptr<ReadBudget> budget = nullptr)
+        : m_socket(std::move(socket)),
+          m_name(std::move(name)),
+          m_maxQueuedBytes(maxQueuedBytes),
+          m_budget(std::move(budget)) {}
 
     // Starts reading; payloads and the end of the session go to the handlers.
     void start(PayloadHandler onPayload, CloseHandler onClose) override {
@@ -86,6 +94,10 @@ public:
         }
         m_closed = true;
         LoggerI(m_name << ": session closed: " << reason);
+        if (m_budget) {
+            m_budget->update(m_held, 0);
+            m_held = 0;
+        }
         asio::error_code ignored;
         // The queues stay until the channel goes: a write in flight may still
         // refer to its frame until its cancelled completion has run.
@@ -128,6 +140,7 @@ private:
                 }
                 m_onPayload(*payload);
             }
+            holdPartialFrame();
         } catch (const ProtocolError& protocolError) {
             close(std::string("protocol error: ") + protocolError.what());
         } catch (const std::exception& error) {
@@ -136,6 +149,20 @@ private:
         if (!m_closed) {
             readMore();
         }
+    }
+
+    // Accounts for the part of a frame that is still coming.
+    void holdPartialFrame() {
+        if (!m_budget || m_closed) {
+            return;
+        }
+        const std::size_t held = m_decoder.buffered();
+        if (!m_budget->update(m_held, held)) {
+            close("it holds too much in partly sent frames (" + std::to_string(held) + " bytes, " +
+                  std::to_string(m_budget->held()) + " held by all)");
+            return;
+        }
+        m_held = held;
     }
 
     std::deque<std::string>* nextQueue() {
@@ -184,6 +211,8 @@ private:
     std::array<char, 64 * 1024> m_readBuffer{};
     std::array<std::deque<std::string>, kPriorityLevels> m_queues;
     std::size_t m_queuedBytes = 0;
+    std::shared_ptr<ReadBudget> m_budget;
+    std::size_t m_held = 0;  // what this session holds of the budget
     bool m_writing = false;
     bool m_closed = false;
     PayloadHandler m_onPayload;

@@ -1,5 +1,7 @@
 #include "Service.h"
 
+#include <Commons/WrtAccess/Privileges.h>
+#include <Commons/WrtAccess/WrtAccess.h>
 #include <Logger.h>
 #include <kv-device/AppRegistry.h>
 #include <kv-device/Device.h>
@@ -145,6 +147,16 @@ wire::Reply Service::registerAgent(SessionId id, Session& session,
     }
     if (session.appId.empty()) {
         LoggerW("registration refused: the process runs no app of this device");
+        return resultReply(wire::RESULT_GENERAL);
+    }
+    // The daemon decides for itself whether the app may use the service: its
+    // installed config.xml must declare the privilege, and the user must not
+    // have blocked it.
+    using WrtDeviceApis::Commons::WrtAccess;
+    if (WrtAccess::checkAppPrivilege(session.appId,
+                                     WrtDeviceApis::Commons::Privileges::ACCESSORY) !=
+        WrtAccess::CHECK_ACCESS_GRANTED) {
+        LoggerW("registration refused: " << session.appId << " may not use the accessory service");
         return resultReply(wire::RESULT_GENERAL);
     }
     wire::Event event;

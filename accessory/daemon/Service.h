@@ -152,6 +152,8 @@ private:
     void acceptOffer(Transfer& transfer, const std::string& path);
     void completeReceive(Transfer& transfer);
     std::size_t incomingTransfers(std::uint32_t agentId) const;
+    // The package of the session's app; empty for a process that runs none.
+    std::string packageOf(SessionId id) const;
     // Ends a transfer with `status` for its app (with `path` as the file's
     // final path, when given); `peerStatus`, when given, goes to the other
     // device.

@@ -3,7 +3,9 @@
 // cancelled, failed or cut by the link) on both devices. A received file is
 // written under a temporary name and takes its final name only when whole.
 #include <Logger.h>
+#include <kv-device/AppRegistry.h>
 #include <kv-device/Device.h>
+#include <kv-device/FileAccess.h>
 #include <kv-device/Storage.h>
 
 #include <cerrno>
@@ -49,6 +51,12 @@ bool keepsExistingFiles(const std::string& path) {
     return folderName(path) == Device::kDownloadsRoot;
 }
 
+// Whether the app of `package` may name `path`: the rule apps are held to
+// everywhere, and where the links of the path really lead.
+bool appMayUse(const std::string& path, const std::string& package) {
+    return Device::appMayUseFile(path, package) && Device::resolvesInside(path, package, localPath);
+}
+
 // What a failed write on the receiving side means for both sides.
 wire::FileStatus writeFailure(int error) {
     return error == ENOSPC || error == EDQUOT || error == EFBIG ? wire::FILE_NO_SPACE
@@ -74,6 +82,15 @@ Service::Transfer* Service::transferByOffer(int offerId, bool sending) {
     return nullptr;
 }
 
+std::string Service::packageOf(SessionId id) const {
+    auto session = m_sessions.find(id);
+    if (session == m_sessions.end() || session->second.appId.empty()) {
+        return {};
+    }
+    const std::optional<Device::AppInfo> app = Device::findApp(session->second.appId);
+    return app ? app->package : std::string();
+}
+
 std::size_t Service::incomingTransfers(std::uint32_t agentId) const {
     std::size_t count = 0;
     for (const auto& [id, transfer] : m_transfers) {
@@ -89,6 +106,10 @@ wire::Reply Service::pushFile(SessionId id, const wire::PushFile& request) {
     }
     if (!linked() || request.peer().accessory_id() != m_linkSession) {
         return resultReply(wire::RESULT_NO_DEVICE);
+    }
+    if (!appMayUse(request.path(), packageOf(id))) {
+        LoggerW("refused to send " << request.path() << ": outside the app's folders");
+        return resultReply(wire::RESULT_INVALID);
     }
     auto source = std::make_shared<std::ifstream>(localPath(request.path()),
                                                   std::ios::binary | std::ios::ate);
@@ -157,6 +178,10 @@ wire::Reply Service::receiveFile(SessionId id, const wire::ReceiveFile& request)
     Transfer* transfer = ownTransfer(id, request.transaction_id());
     if (transfer == nullptr || transfer->sending || transfer->flowing ||
         (request.accept() && request.path().empty())) {
+        return resultReply(wire::RESULT_INVALID);
+    }
+    if (request.accept() && !appMayUse(request.path(), packageOf(id))) {
+        LoggerW("refused to receive into " << request.path() << ": outside the app's folders");
         return resultReply(wire::RESULT_INVALID);
     }
     if (!request.accept()) {

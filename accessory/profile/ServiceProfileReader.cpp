@@ -1,6 +1,7 @@
 #include <kv-accessory/ServiceProfileReader.h>
 
 #include <libxml/parser.h>
+#include <sys/stat.h>
 
 #include <cstring>
 #include <string_view>
@@ -55,6 +56,12 @@ void onEndElement(void* userData, const xmlChar* name) {
 }  // namespace
 
 ServiceProfileFile readServiceProfileFile(const std::string& path) noexcept {
+    ServiceProfileFile file;
+    struct stat info {};
+    if (::stat(path.c_str(), &info) != 0 ||
+        static_cast<std::uintmax_t>(info.st_size) > kMaxServiceProfileFileSize) {
+        return file;  // missing, or too large to be a profile: nothing is read
+    }
     // Only the SAX1 element callbacks: text, comments and everything else in
     // the file are skipped.
     xmlSAXHandler handler;
@@ -65,7 +72,6 @@ ServiceProfileFile readServiceProfileFile(const std::string& path) noexcept {
     ReadState state;
     const int parsed = xmlSAXUserParseFile(&handler, &state, path.c_str());
 
-    ServiceProfileFile file;
     file.profiles = state.builder.takeProfiles();
     file.complete = parsed == 0 && !state.failed;
     return file;

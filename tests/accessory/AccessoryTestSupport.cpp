@@ -51,16 +51,23 @@ std::string profiles(const std::string& role) {
            "</application>\n</resources>\n";
 }
 
-void installApp(const std::string& device, const std::string& appId, const std::string& role) {
+}  // namespace
+
+void installApp(const std::string& device, const std::string& appId, const std::string& role,
+                bool privileged) {
     const std::string package = appId.substr(0, appId.find('.'));
     TempFolder folder;
     const std::string app = folder.path() + "/" + package;
+    const std::string privilege =
+        privileged ? "  <privilege name=\"http://kv-project.org/privilege/accessory\"/>\n" : "";
     makeAppFolder(app, package, appId,
-                  std::string("  <metadata key=\"AccessoryServicesLocation\" value=\"") +
+                  privilege + "  <metadata key=\"AccessoryServicesLocation\" value=\"" +
                       kServiceFile + "\"/>\n");
     writeTextFile(app + "/" + kServiceFile, profiles(role));
     onDevice(device, [&] { Kv::Device::installApp(app); });
 }
+
+namespace {
 
 std::string makeBase() {
     std::string pattern = testing::TempDir() + "kv-accessory-XXXXXX";

@@ -29,6 +29,12 @@ inline constexpr char kConsumerApp[] = "consumer.Main";
 inline constexpr char kProviderApp[] = "provider.Main";
 inline constexpr char kSecondProviderApp[] = "providertwo.Main";
 
+// Installs the test app `appId` ("<package>.<name>") on `device`, with the
+// test profiles in `role` ("consumer" or "provider"), declaring the
+// accessory privilege when `privileged`.
+void installApp(const std::string& device, const std::string& appId, const std::string& role,
+                bool privileged = true);
+
 // Runs `action` with KV_DEVICE set to `device`, then restores it.
 void onDevice(const std::string& device, const std::function<void()>& action);
 

@@ -266,5 +266,30 @@ TEST_F(DaemonFileTransferTest, ABusyAgentRefusesAFurtherOffer) {
         << "the earlier offers still wait";
 }
 
+// The daemon holds apps to their own folders and the shared media folders,
+// whatever the app's process asks.
+TEST_F(DaemonFileTransferTest, FilesOutsideTheAppsFoldersCanBeNeitherSentNorReceived) {
+    for (const char* path : {"/etc/hostname", "/opt/usr/apps/provider/res/wgt/config.xml",
+                             "/opt/usr/media/../../etc/hostname"}) {
+        wire::Request request;
+        request.mutable_push_file()->set_agent_id(consumerAgent);
+        *request.mutable_push_file()->mutable_peer() = peer;
+        request.mutable_push_file()->set_path(path);
+        EXPECT_EQ(consumer->call(request).result(), wire::RESULT_INVALID) << path;
+    }
+    const int sent = offer(100);
+    auto offer = offered();
+    ASSERT_TRUE(offer.has_value());
+    EXPECT_EQ(receive(offer->transaction_id(), true, "/opt/usr/apps/consumer/data/x.bin"),
+              wire::RESULT_INVALID);
+    EXPECT_EQ(receive(offer->transaction_id(), true, "/tmp/x.bin"), wire::RESULT_INVALID);
+    EXPECT_EQ(receive(offer->transaction_id(), true, "/opt/usr/apps/provider/data/photo.bin"),
+              wire::RESULT_SUCCESS);
+    auto finished = done(*provider, offer->transaction_id());
+    ASSERT_TRUE(finished.has_value());
+    EXPECT_EQ(finished->status(), wire::FILE_DONE);
+    EXPECT_TRUE(done(*consumer, sent).has_value());
+}
+
 }  // namespace
 }  // namespace KvTest

@@ -19,6 +19,7 @@
 #include <thread>
 
 #include "AccessoryTestSupport.h"
+#include "DeviceTestSupport.h"
 #include "RecordingProxy.h"
 
 namespace KvTest {
@@ -219,6 +220,27 @@ TEST_F(DaemonSecurityTest, AuthenticationFailsOverAnInsecureLink) {
     ASSERT_TRUE(answer.has_value());
     EXPECT_EQ(answer->status(), wire::NOT_AUTHENTICATED);
     EXPECT_FALSE(answer->has_token());
+}
+
+// The daemon checks for itself that an app may use the service: it must
+// declare the privilege, and the user must not have blocked it.
+TEST_F(DaemonSecurityTest, AnAppWithoutThePrivilegeOrBlockedByTheUserCannotRegister) {
+    devices.start();
+    installApp(devices.alpha(), "unprivileged.Main", "consumer", false);
+    installApp(devices.alpha(), "blocked.Main", "consumer", true);
+    writeTextFile(devices.alpha() + "/policy.conf",
+                  "block blocked.Main http://kv-project.org/privilege/accessory\n");
+    for (const char* appId : {"unprivileged.Main", "blocked.Main"}) {
+        WireClient app(devices.alpha(), appId);
+        wire::Request request;
+        request.mutable_register_agent()->set_profile_id("/test/echo");
+        request.mutable_register_agent()->set_consumer(true);
+        EXPECT_EQ(app.call(request).result(), wire::RESULT_GENERAL) << appId;
+    }
+    EXPECT_NE(daemonLog(devices.alpha()).find("unprivileged.Main may not use the accessory"),
+              std::string::npos);
+    WireClient allowed(devices.alpha(), kConsumerApp);
+    EXPECT_NE(allowed.registerAgent("/test/echo"), 0u);
 }
 
 // The link's bytes, as a relay between the daemons records them: data of

@@ -166,5 +166,14 @@ TEST_F(ServiceProfileReaderTest, MissingFileIsIncompleteAndEmpty) {
     EXPECT_TRUE(file.profiles.empty());
 }
 
+TEST_F(ServiceProfileReaderTest, AFileLargerThanTheBoundIsNotRead) {
+    const std::string padding(kMaxServiceProfileFileSize, ' ');
+    const std::string profile = "<serviceProfile id=\"/big\"></serviceProfile>";
+    const ServiceProfileFile file = read("<resources>" + profile + padding + "</resources>");
+    EXPECT_FALSE(file.complete);
+    EXPECT_TRUE(file.profiles.empty());
+    EXPECT_EQ(read("<resources>" + profile + "</resources>").profiles.size(), 1u);
+}
+
 }  // namespace
 }  // namespace KvTest

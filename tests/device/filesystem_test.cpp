@@ -65,7 +65,16 @@ TEST(FilesystemUtilsTest, PathsAreNormalised) {
     EXPECT_EQ(resolve("downloads/"), "/opt/usr/media/Downloads");
     EXPECT_EQ(resolve("downloads//a/./b/"), "/opt/usr/media/Downloads/a/b");
     EXPECT_EQ(resolve("file:///opt//usr/./media/a.txt"), "/opt/usr/media/a.txt");
-    EXPECT_EQ(resolve("file:///"), "/");
+}
+
+// An app names, by file URI, only files of the shared media folders and of
+// its own package; this test process runs no app, so it has no package.
+TEST(FilesystemUtilsTest, FileUrisOutsideTheAppsFoldersAreRefused) {
+    for (const char* path : {"file:///", "file:///etc/passwd", "file:///opt/usr/apps/other/data/x",
+                             "file:///opt/usr/media", "file:///opt/usr/share/x"}) {
+        EXPECT_NE(conversionError(path).find("outside the app's folders"), std::string::npos)
+            << path;
+    }
 }
 
 TEST(FilesystemUtilsTest, FileUrisGiveTheirPath) {

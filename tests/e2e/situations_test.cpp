@@ -170,6 +170,23 @@ TEST_F(SituationsTest, FileIoAtTheReceiver) {
     expectPhone("phone: file error PEER_CHANNEL_IO");
 }
 
+// An app names only files of the shared media folders and of its own
+// package; anything else is refused before any transfer starts.
+TEST_F(SituationsTest, FilesOutsideTheAppsFoldersAreRefused) {
+    start("accept", "outside-file");
+    const std::string refused =
+        "phone: sendFile threw InvalidValuesError File scheme is not valid.";
+    ASSERT_TRUE(phone->waitForOutput(refused + "\n" + refused + "\n")) << both();
+}
+
+TEST_F(SituationsTest, AFileCanNotBeTakenOutsideTheReceiversFolders) {
+    start("outside-folder", "two-files");
+    const std::string refused =
+        "watch: file offered report.txt\n"
+        "watch: receiveFile threw InvalidValuesError File path is not valid.\n";
+    ASSERT_TRUE(watch->waitForOutput(refused + refused)) << both();
+}
+
 TEST_F(SituationsTest, FileIoAtTheSender) {
     start("accept", "missing-file");
     expectPhone("phone: file error FILE_IO");

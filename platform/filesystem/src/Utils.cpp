@@ -3,6 +3,7 @@
 #include "VirtualRoots.h"
 
 #include <Commons/Exception.h>
+#include <kv-device/FileAccess.h>
 
 #include <vector>
 
@@ -59,7 +60,13 @@ IPathPtr fromVirtualPath(JSContextRef /*context*/, const std::string& path) {
         ThrowMsg(ConversionException, "Empty path");
     }
     if (isUriPath(path)) {
-        return Path::create(join("", path.substr(std::string(kFileScheme).size()), path));
+        const std::string file = join("", path.substr(std::string(kFileScheme).size()), path);
+        if (!Kv::Device::appMayUseFile(file, runningPackage())) {
+            ThrowMsg(
+                ConversionException,
+                "\"" << path << "\" is outside the app's folders and the shared media folders");
+        }
+        return Path::create(file);
     }
     if (isVirtualPath(path)) {
         const std::string root = firstSegment(path);

@@ -48,7 +48,8 @@ struct FreeText {
 };
 using Text = std::unique_ptr<char, FreeText>;
 
-// The package of the app this process runs, or "" when it is unknown.
+}  // namespace
+
 std::string runningPackage() {
     char* appId = nullptr;
     if (app_manager_get_app_id(getpid(), &appId) != APP_MANAGER_ERROR_NONE) {
@@ -65,8 +66,6 @@ std::string runningPackage() {
     const Text ownedPackage(package);
     return result == APP_MANAGER_ERROR_NONE ? std::string(package) : std::string();
 }
-
-}  // namespace
 
 bool isVirtualRoot(const std::string& name) {
     for (const MediaRoot& root : kMediaRoots) {

@@ -14,6 +14,9 @@ bool isVirtualRoot(const std::string& name);
 // package is unknown.
 std::string virtualRootFolder(const std::string& name);
 
+// The package of the app this process runs, or "" when it is unknown.
+std::string runningPackage();
+
 }  // namespace Filesystem
 }  // namespace DeviceAPI
 

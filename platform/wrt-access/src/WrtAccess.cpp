@@ -38,9 +38,9 @@ WrtAccess::WrtAccess() = default;
 
 WrtAccess::~WrtAccess() = default;
 
-WrtAccess::Session WrtAccess::readSession(int widgetId) {
+WrtAccess::Session WrtAccess::readSession(int widgetId, const std::string& appId) {
     try {
-        Kv::Device::AppInfo app = installedApp(runningApp());
+        Kv::Device::AppInfo app = installedApp(appId);
         UserPolicy policy = UserPolicy::load(Kv::Device::policyFile());
         return Session{widgetId, app.appId,
                        std::set<std::string>(app.privileges.begin(), app.privileges.end()),
@@ -60,7 +60,7 @@ void WrtAccess::initialize(int widgetId) {
         ThrowMsg(PlatformWrongStateException,
                  "Access control is initialised for widget " << m_session->widgetId);
     }
-    m_session = readSession(widgetId);
+    m_session = readSession(widgetId, runningApp());
     LoggerI("Access control initialised for widget "
             << widgetId << ", app " << m_session->appId << " (" << m_session->privileges.size()
             << " privileges, " << m_session->blocked.size() << " blocked)");
@@ -80,17 +80,35 @@ WrtAccess::CheckAccessReturnType WrtAccess::checkAccessControl(const AceFunction
         LoggerE("Access check of " << function.name << " before initialisation");
         return CHECK_ACCESS_INTERNAL_ERROR;
     }
-    for (const AceFeature& feature : function.features) {
-        if (m_session->privileges.count(feature.name) == 0) {
-            LoggerW(function.name << " denied: " << m_session->appId << " does not declare "
-                                  << feature.name);
+    return decide(*m_session, function.name, function.features);
+}
+
+WrtAccess::CheckAccessReturnType WrtAccess::checkAppPrivilege(const std::string& appId,
+                                                              const std::string& privilege) {
+    try {
+        AceFeature feature;
+        feature.name = privilege;
+        return decide(readSession(0, appId), "the service of " + appId, {feature});
+    } catch (const Exception& error) {
+        LoggerE("Access check of " << appId << " failed: " << error.GetMessage());
+        return CHECK_ACCESS_INTERNAL_ERROR;
+    }
+}
+
+WrtAccess::CheckAccessReturnType WrtAccess::decide(const Session& session,
+                                                   const std::string& function,
+                                                   const std::vector<AceFeature>& features) {
+    for (const AceFeature& feature : features) {
+        if (session.privileges.count(feature.name) == 0) {
+            LoggerW(function << " denied: " << session.appId << " does not declare "
+                             << feature.name);
             return CHECK_ACCESS_PRIVILEGE_DENIED;
         }
     }
-    for (const AceFeature& feature : function.features) {
-        if (m_session->blocked.count(feature.name) != 0) {
-            LoggerW(function.name << " denied: the user blocks " << feature.name << " for "
-                                  << m_session->appId);
+    for (const AceFeature& feature : features) {
+        if (session.blocked.count(feature.name) != 0) {
+            LoggerW(function << " denied: the user blocks " << feature.name << " for "
+                             << session.appId);
             return CHECK_ACCESS_PRIVACY_DENIED;
         }
     }

@@ -126,7 +126,13 @@ struct ServiceProfileFile {
     bool complete = false;
 };
 
-// Reads the service-profile file at `path` with libxml2's SAX parser.
+// The largest service-profile file that is read; a larger one is refused
+// unread (a profile is a few kilobytes; a huge one can only be an attack on
+// whoever reads it).
+inline constexpr std::uintmax_t kMaxServiceProfileFileSize = 256u * 1024u;
+
+// Reads the service-profile file at `path` with libxml2's SAX parser. A file
+// larger than kMaxServiceProfileFileSize gives an incomplete, empty result.
 //
 // The reader neither logs nor initialises or cleans up libxml2's global
 // state: whether to call xmlInitParser() and xmlCleanupParser() around it is

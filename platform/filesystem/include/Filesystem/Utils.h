@@ -9,7 +9,9 @@
 //   wgt-package      /opt/usr/apps/<package>/res/wgt   (the running app's package)
 //   wgt-private      /opt/usr/apps/<package>/data
 //   wgt-private-tmp  /opt/usr/apps/<package>/tmp
-// A file URI is "file://" followed by an absolute path ("file:///a/b.txt").
+// A file URI is "file://" followed by an absolute path ("file:///a/b.txt"); an
+// app may name only files of the shared media folders and of its own package
+// that way (see Kv::Device::appMayUseFile).
 #ifndef KV_PLATFORM_FILESYSTEM_UTILS_H
 #define KV_PLATFORM_FILESYSTEM_UTILS_H
 
@@ -32,7 +34,8 @@ bool isUriPath(const std::string& path);
 // The device path of a virtual path or file URI, normalised (no "//", "."
 // segments or trailing "/"). Raises WrtDeviceApis::Commons::ConversionException
 // for an empty text, a relative path that is not virtual, another scheme, a
-// ".." segment, or a wgt-* root when the running app's package is unknown.
+// ".." segment, a file URI outside the folders the running app may use, or a
+// wgt-* root when the running app's package is unknown.
 // `context` is not needed and may be null.
 IPathPtr fromVirtualPath(JSContextRef context, const std::string& path);
 

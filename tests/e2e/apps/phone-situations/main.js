@@ -86,8 +86,23 @@ var situations = {
     'file': function (agent, peer) {
         sendFiles(agent, peer, 'documents/report.txt', 1);
     },
+    'two-files': function (agent, peer) {
+        sendFiles(agent, peer, 'documents/report.txt', 2);
+    },
     'busy': function (agent, peer) {
         sendFiles(agent, peer, 'documents/report.txt', 5);
+    },
+    'outside-file': function (agent, peer) {
+        var transfer = agent.getKvFileTransfer();
+        ['file:///etc/hostname', 'file:///opt/usr/apps/wsitu001/data/secret.txt'].forEach(
+            function (uri) {
+                try {
+                    transfer.sendFile(peer, uri);
+                    log('sendFile took', uri);
+                } catch (error) {
+                    log('sendFile threw', error.name, error.message);
+                }
+            });
     },
     'missing-file': function (agent, peer) {
         sendFiles(agent, peer, 'documents/none.txt', 1);

@@ -8,6 +8,7 @@
 //   bad-folder            takes files into a folder that does not exist
 //   cancel-file           cancels an incoming file at its first progress
 //   close-first           closes the first connection as soon as it is made
+//   outside-folder        tries to take files outside its folders, then into its own
 // Every outcome it sees is printed as "watch: <what> <name>".
 var mode = runtime.args[0] || 'accept';
 var log = function () {
@@ -49,11 +50,21 @@ function answerRequests(agent) {
 
 function answerFiles(agent) {
     var transfer = agent.getKvFileTransfer();
+    var offers = 0;
     transfer.setFileReceiveListener({
         onreceive: function (transferId, fileName) {
             log('file offered', fileName);
             if (mode === 'reject-file') {
                 transfer.rejectFile(transferId);
+            } else if (mode === 'outside-folder') {
+                // One folder outside for each offer: the system's, another app's.
+                var uri = ['file:///etc/', 'file:///opt/usr/apps/psitu001/data/'][offers++ % 2];
+                try {
+                    transfer.receiveFile(transferId, uri + fileName);
+                    log('receiveFile took', uri);
+                } catch (error) {
+                    log('receiveFile threw', error.name, error.message);
+                }
             } else if (mode === 'bad-folder') {
                 transfer.receiveFile(transferId, 'file:///opt/usr/media/NoSuchFolder/' + fileName);
             } else if (mode !== 'ignore-file') {

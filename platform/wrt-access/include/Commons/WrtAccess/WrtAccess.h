@@ -25,6 +25,7 @@
 #include <optional>
 #include <set>
 #include <string>
+#include <vector>
 
 namespace WrtDeviceApis {
 namespace Commons {
@@ -59,6 +60,13 @@ public:
 
     CheckAccessReturnType checkAccessControl(const AceFunction& function) const;
 
+    // The same decision for the installed app `appId` and one privilege,
+    // made now from its config.xml and the user's policy, for a service that
+    // acts on behalf of apps of the device. An app that is not installed, or
+    // a device that can't be read, gives CHECK_ACCESS_INTERNAL_ERROR.
+    static CheckAccessReturnType checkAppPrivilege(const std::string& appId,
+                                                   const std::string& privilege);
+
     bool isInitialized() const { return m_session.has_value(); }
 
 private:
@@ -69,7 +77,9 @@ private:
         std::set<std::string> blocked;
     };
 
-    static Session readSession(int widgetId);
+    static Session readSession(int widgetId, const std::string& appId);
+    static CheckAccessReturnType decide(const Session& session, const std::string& function,
+                                        const std::vector<AceFeature>& features);
 
     std::optional<Session> m_session;
 };
