@@ -21,7 +21,7 @@ fail() { printf 'demo failed: %s\n' "$*" >&2; exit 1; }
 stop_devices() { "$ACCESSORY" stop "$WATCH" "$PHONE" >/dev/null 2>&1 || true; }
 trap stop_devices EXIT
 
-step "two devices, their accessory services linked over loopback"
+step "two devices, paired: their accessory services linked over TLS on loopback"
 rm -rf "$WATCH" "$PHONE"
 "$ACCESSORY" create "$WATCH" "$PHONE" || fail "cannot create the devices"
 "$ACCESSORY" pair "$WATCH" "$PHONE" || fail "cannot link the devices"
