@@ -136,6 +136,20 @@ TEST(DlogTest, LevelFilterComesFromTheEnvironment) {
     EXPECT_EQ(silent.output, "");
 }
 
+TEST(DlogTest, AFilteredLineCostsNoFormattingAndNoArgument) {
+    const RunResult result = runWriter("", "lazy");
+    EXPECT_NE(result.output.find("filtered 0 written 1"), std::string::npos) << result.output;
+}
+
+TEST(DlogTest, AChildAfterAForkLogsItsOwnProcessId) {
+    const RunResult result = runWriter("", "fork");
+    const std::regex childLine(
+        R"(\( *(\d+)\): dlog_writer\.cpp: writeFromAChild\(\d+\) > child line (\d+))");
+    std::smatch match;
+    ASSERT_TRUE(std::regex_search(result.output, match, childLine)) << result.output;
+    EXPECT_EQ(match[1].str(), match[2].str());
+}
+
 TEST(DlogTest, LogFileFromTheEnvironmentTakesTheLinesInsteadOfStderr) {
     const std::string path = temporaryPath("file.log");
     std::remove(path.c_str());

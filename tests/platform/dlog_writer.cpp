@@ -1,8 +1,13 @@
 // Writes log lines for the log's tests, which run it with different
 // environments: "levels" writes one line at each priority; "threads N M" writes
-// M lines from each of N threads.
+// M lines from each of N threads; "lazy" prints how often the arguments of a
+// filtered and of a written line were evaluated; "fork" logs in a child.
 #include <Logger.h>
 
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include <cstdio>
 #include <cstdlib>
 #include <cstring>
 #include <thread>
@@ -31,9 +36,40 @@ void writeFromThreads(int threads, int lines) {
     }
 }
 
+int evaluations = 0;
+
+int counted() { return ++evaluations; }
+
+void writeLazily() {
+    LoggerD("debug " << counted());
+    LOGD("debug %d", counted());
+    const int filtered = evaluations;
+    LoggerW("warn " << counted());
+    std::printf("filtered %d written %d\n", filtered, evaluations - filtered);
+    std::fflush(stdout);
+}
+
+void writeFromAChild() {
+    LOGI("parent line");
+    const pid_t child = fork();
+    if (child == 0) {
+        LOGI("child line %d", static_cast<int>(getpid()));
+        _exit(0);
+    }
+    waitpid(child, nullptr, 0);
+}
+
 }  // namespace
 
 int main(int argc, char** argv) {
+    if (argc >= 2 && std::strcmp(argv[1], "lazy") == 0) {
+        writeLazily();
+        return 0;
+    }
+    if (argc >= 2 && std::strcmp(argv[1], "fork") == 0) {
+        writeFromAChild();
+        return 0;
+    }
     if (argc >= 2 && std::strcmp(argv[1], "levels") == 0) {
         writeLevels();
         return 0;

@@ -16,20 +16,28 @@
 
 #define KV_LOG_PREFIX "%s: %s(%d) > "
 
-#define KV_LOG_PRINTF(prio, fmt, ...)                                                    \
-    __dlog_print(LOG_ID_MAIN, prio, LOG_TAG, KV_LOG_PREFIX fmt, __FILE_NAME__, __func__, \
-                 __LINE__ __VA_OPT__(, ) __VA_ARGS__)
+// A line that the level filter drops costs one comparison: its arguments are
+// not evaluated and nothing is formatted.
+#define KV_LOG_PRINTF(prio, fmt, ...)                                                            \
+    do {                                                                                         \
+        if (dlog_is_enabled(prio)) {                                                             \
+            __dlog_print(LOG_ID_MAIN, prio, LOG_TAG, KV_LOG_PREFIX fmt, __FILE_NAME__, __func__, \
+                         __LINE__ __VA_OPT__(, ) __VA_ARGS__);                                   \
+        }                                                                                        \
+    } while (0)
 
 #define LOGD(fmt, ...) KV_LOG_PRINTF(DLOG_DEBUG, fmt __VA_OPT__(, ) __VA_ARGS__)
 #define LOGI(fmt, ...) KV_LOG_PRINTF(DLOG_INFO, fmt __VA_OPT__(, ) __VA_ARGS__)
 #define LOGW(fmt, ...) KV_LOG_PRINTF(DLOG_WARN, fmt __VA_OPT__(, ) __VA_ARGS__)
 #define LOGE(fmt, ...) KV_LOG_PRINTF(DLOG_ERROR, fmt __VA_OPT__(, ) __VA_ARGS__)
 
-#define KV_LOG_STREAM(prio, message)                           \
-    do {                                                       \
-        std::ostringstream kvLogStream_;                       \
-        kvLogStream_ << message;                               \
-        KV_LOG_PRINTF(prio, "%s", kvLogStream_.str().c_str()); \
+#define KV_LOG_STREAM(prio, message)                               \
+    do {                                                           \
+        if (dlog_is_enabled(prio)) {                               \
+            std::ostringstream kvLogStream_;                       \
+            kvLogStream_ << message;                               \
+            KV_LOG_PRINTF(prio, "%s", kvLogStream_.str().c_str()); \
+        }                                                          \
     } while (0)
 
 #define LoggerD(message) KV_LOG_STREAM(DLOG_DEBUG, message)

@@ -35,6 +35,10 @@ typedef enum {
 int __dlog_print(log_id_t log_id, int prio, const char* tag, const char* fmt, ...)
     __attribute__((format(printf, 4, 5)));
 
+/* Non-zero when a line of priority `prio` would be written or captured now:
+   callers may skip formatting a line that would not be. */
+int dlog_is_enabled(int prio);
+
 #ifdef __cplusplus
 }
 #endif

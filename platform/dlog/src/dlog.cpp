@@ -1,9 +1,12 @@
 #include <dlog-capture.h>
 #include <dlog.h>
 
+#include <pthread.h>
 #include <sys/time.h>
 #include <unistd.h>
+
 #include <algorithm>
+#include <atomic>
 #include <cctype>
 #include <cerrno>
 #include <cstdarg>
@@ -60,24 +63,32 @@ public:
         if (priority < m_minimum) {
             return;
         }
+        // One write per line: the stream gathers it, the flush writes it.
         std::fprintf(m_out, "%s %c/%s(%5d): %s\n", timestamp().c_str(), priorityLetter(priority),
-                     tag, static_cast<int>(getpid()), message.c_str());
+                     tag, static_cast<int>(processId()), message.c_str());
         std::fflush(m_out);
     }
+
+    // Lines at or above this priority are written or captured.
+    bool enabled(int priority) const { return priority >= m_threshold.load(); }
 
     void attach(DlogCapture* capture) {
         std::lock_guard<std::mutex> lock(m_mutex);
         m_captures.push_back(capture);
+        updateThreshold();
     }
 
     void detach(DlogCapture* capture) {
         std::lock_guard<std::mutex> lock(m_mutex);
         m_captures.erase(std::remove(m_captures.begin(), m_captures.end(), capture),
                          m_captures.end());
+        updateThreshold();
     }
 
 private:
-    Sink() : m_minimum(parseLevel(std::getenv("KV_LOG_LEVEL"))) {
+    Sink() : m_minimum(parseLevel(std::getenv("KV_LOG_LEVEL"))), m_threshold(m_minimum) {
+        // The process id is asked once, and again in a child after a fork.
+        pthread_atfork(nullptr, nullptr, [] { cachedPid = 0; });
         const char* path = std::getenv("KV_LOG_FILE");
         if (path != nullptr && *path != '\0') {
             m_file = std::fopen(path, "ae");
@@ -87,6 +98,16 @@ private:
             }
         }
         m_out = m_file != nullptr ? m_file : stderr;
+    }
+
+    // Captures see every line, whatever the level.
+    void updateThreshold() { m_threshold = m_captures.empty() ? m_minimum : DLOG_VERBOSE; }
+
+    static pid_t processId() {
+        if (cachedPid == 0) {
+            cachedPid = getpid();
+        }
+        return cachedPid;
     }
 
     static std::string timestamp() {
@@ -101,8 +122,10 @@ private:
         return text;
     }
 
+    static inline pid_t cachedPid = 0;
     std::mutex m_mutex;
     int m_minimum;
+    std::atomic<int> m_threshold;
     FILE* m_file = nullptr;
     FILE* m_out = stderr;
     std::vector<DlogCapture*> m_captures;
@@ -123,6 +146,8 @@ std::string formatMessage(const char* fmt, va_list args) {
 }
 
 }  // namespace
+
+extern "C" int dlog_is_enabled(int prio) { return Sink::instance().enabled(prio) ? 1 : 0; }
 
 extern "C" int __dlog_print(log_id_t log_id, int prio, const char* tag, const char* fmt, ...) {
     if (fmt == nullptr || log_id < LOG_ID_MAIN || log_id >= LOG_ID_MAX || prio <= DLOG_DEFAULT ||
