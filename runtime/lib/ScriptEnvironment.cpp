@@ -10,12 +10,15 @@
 #include <kv-runtime/JsValues.h>
 #include <kv-runtime/ScriptEngine.h>
 
+#include <CommonsJavaScript/ScriptExceptionHost.h>
 #include <Logger.h>
 
 #include <cstdio>
 
 namespace Kv {
 namespace Runtime {
+
+using WrtDeviceApis::CommonsJavaScript::ScriptExceptionHost;
 
 namespace {
 
@@ -39,9 +42,14 @@ ScriptEnvironment::ScriptEnvironment() {
     JSObjectSetPrivate(JSContextGetGlobalObject(m_context), this);
     m_timers = std::make_unique<TimerRegistry>(*this);
     installGlobals();
+    // What a plug-in's callback throws is uncaught as much as what a timer
+    // callback throws, and is reported the same way.
+    ScriptExceptionHost::attach(m_context,
+                                [this](JSValueRef exception) { reportUncaught(exception); });
 }
 
 ScriptEnvironment::~ScriptEnvironment() {
+    ScriptExceptionHost::detach(m_context);
     m_timeLimit.reset();
     m_timers.reset();
     JSValueUnprotect(m_context, m_exitMarker);

@@ -1,6 +1,7 @@
 #include "JSCallbacksManager.h"
 
 #include <CommonsJavaScript/JSUtils.h>
+#include <CommonsJavaScript/ScriptExceptionHost.h>
 #include <Logger.h>
 
 #include <memory>
@@ -9,6 +10,7 @@ namespace DeviceAPI {
 namespace KVP {
 
 using WrtDeviceApis::CommonsJavaScript::JSUtils;
+using WrtDeviceApis::CommonsJavaScript::ScriptExceptionHost;
 
 JSCallbacksManagerPtr JSCallbacksManager::createObject(JSContextRef context, JSValueRef first,
                                                        JSValueRef second, JSValueRef third,
@@ -116,6 +118,7 @@ void JSCallbacksManager::makeCallback(JSContextRef context, JSObjectRef object,
                            &exception);
     if (exception != nullptr) {
         LoggerE("callback threw: " << JSUtils::describeException(context, exception));
+        ScriptExceptionHost::reportUncaught(context, exception);
     }
 }
 

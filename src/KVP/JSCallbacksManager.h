@@ -71,7 +71,9 @@ public:
 
     // Calls `callback` with `object` as `this`: a null callback is logged as
     // "callback is NULL"; anything but a function is not called. What the
-    // callback throws is logged and goes no further.
+    // callback throws is logged as "callback threw: " and handed to the host
+    // of the context as an uncaught exception (ScriptExceptionHost); it
+    // never reaches the caller.
     static void makeCallback(JSContextRef context, JSObjectRef object, JSObjectRef callback,
                              size_t count, const JSValueRef arguments[]);
 

@@ -41,6 +41,11 @@ constexpr JSClassDefinition makeClassDefinition(const char* className,
                              nullptr};
 }
 
+// The initialise hook of the classes whose objects are only ever made with
+// their private data already given (createJSObject): the object is complete
+// when the engine calls the hook, so there is nothing left to set up.
+inline void initializeWithGivenPrivateData(JSContextRef /*context*/, JSObjectRef /*object*/) {}
+
 class JSClassHolder {
 public:
     explicit JSClassHolder(const JSClassDefinition* definition)

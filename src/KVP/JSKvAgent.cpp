@@ -141,8 +141,8 @@ const JSStaticFunction JSKvAgent::m_functions[] = {
     {"getKvFileTransfer", getKvFileTransfer, kJSPropertyAttributeNone},
     {nullptr, nullptr, 0}};
 
-constinit const JSClassDefinition JSKvAgent::m_classInfo =
-    makeClassDefinition("KvAgent", m_properties, m_functions, nullptr, finalize);
+constinit const JSClassDefinition JSKvAgent::m_classInfo = makeClassDefinition(
+    "KvAgent", m_properties, m_functions, initializeWithGivenPrivateData, finalize);
 
 const JSClassDefinition* JSKvAgent::getClassInfo() { return &m_classInfo; }
 

@@ -114,8 +114,8 @@ const JSStaticFunction JSKvFileTransfer::m_functions[] = {
     {"rejectFile", rejectFile, kJSPropertyAttributeNone},
     {nullptr, nullptr, 0}};
 
-constinit const JSClassDefinition JSKvFileTransfer::m_classInfo =
-    makeClassDefinition("KvFileTransfer", m_properties, m_functions, nullptr, finalize);
+constinit const JSClassDefinition JSKvFileTransfer::m_classInfo = makeClassDefinition(
+    "KvFileTransfer", m_properties, m_functions, initializeWithGivenPrivateData, finalize);
 
 const JSClassDefinition* JSKvFileTransfer::getClassInfo() { return &m_classInfo; }
 
@@ -201,9 +201,6 @@ JSValueRef JSKvFileTransfer::setFileReceiveListener(JSContextRef context, JSObje
 }
 
 JSValueRef KvConverter::toJSValueRef(const KvFileTransferPtr& fileTransfer) {
-    if (fileTransfer == nullptr) {
-        return JSValueMakeNull(m_context);
-    }
     return JSKvFileTransfer::createJSObject(m_context, fileTransfer);
 }
 

@@ -19,7 +19,7 @@ const JSPropertyAttributes READ_ONLY =
     kJSPropertyAttributeReadOnly | kJSPropertyAttributeDontDelete;
 
 JSValueRef readPeerAccessory(KvConverter& converter, const KvPeerAgent& peer) {
-    return converter.toJSValueRef(peer.getPeerAccessory());
+    return converter.toJSValueRef(presentRecord(peer.getPeerAccessory()));
 }
 
 JSValueRef readAppName(KvConverter& converter, const KvPeerAgent& peer) {

@@ -28,7 +28,7 @@ const JSPropertyAttributes READ_ONLY =
     kJSPropertyAttributeReadOnly | kJSPropertyAttributeDontDelete;
 
 JSValueRef readPeerAgent(KvConverter& converter, const KvSocket& socket) {
-    return converter.toJSValueRef(socket.getPeerAgent());
+    return converter.toJSValueRef(presentRecord(socket.getPeerAgent()));
 }
 
 // Turns the outcome of a socket request into the script error it answers.
@@ -117,8 +117,8 @@ const JSStaticFunction JSKvSocket::m_functions[] = {
     {"setSocketStatusListener", setSocketStatusListener, kJSPropertyAttributeNone},
     {nullptr, nullptr, 0}};
 
-constinit const JSClassDefinition JSKvSocket::m_classInfo =
-    makeClassDefinition("KvSocket", m_properties, m_functions, nullptr, finalize);
+constinit const JSClassDefinition JSKvSocket::m_classInfo = makeClassDefinition(
+    "KvSocket", m_properties, m_functions, initializeWithGivenPrivateData, finalize);
 
 const JSClassDefinition* JSKvSocket::getClassInfo() { return &m_classInfo; }
 
@@ -194,9 +194,6 @@ JSValueRef JSKvSocket::setSocketStatusListener(JSContextRef context, JSObjectRef
 }
 
 JSValueRef KvConverter::toJSValueRef(const KvSocketPtr& socket) {
-    if (socket == nullptr) {
-        return JSValueMakeNull(m_context);
-    }
     return JSKvSocket::createJSObject(m_context, socket);
 }
 

@@ -21,6 +21,17 @@
 namespace DeviceAPI {
 namespace KVP {
 
+// `record` itself, for a getter that reads a linked record which may be
+// missing: a missing one is a failed read (and the getter answers undefined)
+// rather than a script object without a record behind it.
+template <class T>
+const DPL::SharedPtr<T>& presentRecord(const DPL::SharedPtr<T>& record) {
+    if (record == nullptr) {
+        ThrowMsg(WrtDeviceApis::Commons::NullPointerException, "Record is null");
+    }
+    return record;
+}
+
 template <class Record, JSValueRef (*Read)(KvConverter&, const Record&)>
 JSValueRef getRecordProperty(JSContextRef context, JSObjectRef object, JSStringRef /*name*/,
                              JSValueRef* /*exception*/) {

@@ -10,10 +10,12 @@
 //
 // Failures and their answers:
 //   NullPointerException ("No private object.")  TYPE_MISMATCH_ERROR "Wrong object"
-//   ConversionException                          TYPE_MISMATCH_ERROR with its message
-//   a Web API exception (argument validator,     its own name and message
-//     a method's own error table)
-//   any other exception                          UNKNOWN_ERROR "Internal error"
+//   ConversionException, or the argument         TYPE_MISMATCH_ERROR with its message,
+//     validator's TypeMismatchException            logged as "Error on conversion : "
+//   any other Web API exception (a method's      its own name and message, logged as
+//     own error table)                             "Error on platform : "
+//   any other exception                          UNKNOWN_ERROR "Internal error", logged
+//                                                  as "Error on platform : "
 #ifndef KVP_JS_SCRIPT_METHOD_H
 #define KVP_JS_SCRIPT_METHOD_H
 
@@ -48,8 +50,13 @@ JSValueRef callScriptMethod(JSContextRef context, JSValueRef* exception, Body&& 
         LoggerE("Error on conversion : " << error.GetMessage());
         return JSWebAPIErrorFactory::postException(
             context, exception, JSWebAPIErrorFactory::TYPE_MISMATCH_ERROR, error.GetMessage());
+    } catch (const Common::TypeMismatchException& error) {
+        // An argument that the argument validator could not convert.
+        LoggerE("Error on conversion : " << error.getMessage());
+        return JSWebAPIErrorFactory::postException(context, exception, error);
     } catch (const Common::BasePlatformException& error) {
-        LoggerE(error.getName() << " : " << error.getMessage());
+        // An answer of the method's own error table.
+        LoggerE("Error on platform : " << error.getMessage());
         return JSWebAPIErrorFactory::postException(context, exception, error);
     } catch (const WrtDeviceApis::Commons::Exception& error) {
         LoggerE("Error on platform : " << error.GetMessage());

@@ -36,6 +36,11 @@ namespace KVP {
 
 typedef DPL::SharedPtr<KvAgent> KvAgentPtr;
 
+// The bases stand in the order that the agent's own design gives for this
+// class: the two listeners first, then the authentication answer receiver,
+// then the private-object base. The other controllers put their answer
+// receivers before their listeners; where the general rule and the agent's
+// explicit list differ, the agent's list, being the more specific, wins.
 class KvAgentController
     : public WrtDeviceApis::Commons::EventListener<EventKvAgentServiceConnectionListener>,
       public WrtDeviceApis::Commons::EventListener<EventKvAgentPeerAgentFindListener>,

@@ -128,23 +128,14 @@ JSValueRef KvConverter::toJSValueRef(const KvAgentListPtr& agents) {
 }
 
 JSValueRef KvConverter::toJSValueRef(const KvPeerAgentPtr& peerAgent) {
-    if (peerAgent == nullptr) {
-        return JSValueMakeNull(m_context);
-    }
     return JSKvPeerAgent::createJSObject(m_context, peerAgent);
 }
 
 JSValueRef KvConverter::toJSValueRef(const KvPeerAccessoryPtr& peerAccessory) {
-    if (peerAccessory == nullptr) {
-        return JSValueMakeNull(m_context);
-    }
     return JSKvPeerAccessory::createJSObject(m_context, peerAccessory);
 }
 
 JSValueRef KvConverter::toJSValueRef(const KvAuthenticationTokenPtr& token) {
-    if (token == nullptr) {
-        return JSValueMakeNull(m_context);
-    }
     return JSKvAuthenticationToken::createJSObject(m_context, token);
 }
 

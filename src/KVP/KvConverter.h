@@ -58,14 +58,18 @@ public:
     // (a null list gives an empty array).
     JSValueRef toJSValueRef(const KvAgentListPtr& agents);
 
-    // New script objects of the record classes; a null record gives null.
+    // New script objects of the record classes. The record must not be null:
+    // the object's private data asserts that it holds one, so a caller that
+    // may have none checks first.
     JSValueRef toJSValueRef(const KvPeerAgentPtr& peerAgent);
     JSValueRef toJSValueRef(const KvPeerAccessoryPtr& peerAccessory);
     JSValueRef toJSValueRef(const KvAuthenticationTokenPtr& token);
 
-    // A new KvSocket script object; defined in JSKvSocket.cpp.
+    // A new KvSocket script object, for a socket that is not null; defined
+    // in JSKvSocket.cpp.
     JSValueRef toJSValueRef(const KvSocketPtr& socket);
-    // A new KvFileTransfer script object; defined in JSKvFileTransfer.cpp.
+    // A new KvFileTransfer script object, for a file transfer that is not
+    // null; defined in JSKvFileTransfer.cpp.
     JSValueRef toJSValueRef(const KvFileTransferPtr& fileTransfer);
 };
 

@@ -52,6 +52,9 @@ void KvFileTransfer::OnRequestReceived(const DPL::SharedPtr<EventKvFileTransferS
     }
     const int transferId =
         KvProxySingleton::Instance().sendFile(shared_from_this(), event->peerAgent, path);
+    // Not reached with our bridge: its sendFile always answers a non-negative
+    // id (a refused push gets a random one and a later FILE_IO error through
+    // the send listener). Kept for a bridge that answers a refusal at once.
     if (transferId < 0) {
         LoggerW("sendFile failed");
         event->setExceptionCode(ExceptionCodes::PlatformException);
@@ -83,6 +86,9 @@ bool KvFileTransfer::takeOffer(const DPL::SharedPtr<Event>& event, std::string& 
     return true;
 }
 
+// The bridge answers only whether the library refused, so a library answer
+// of 2 (an id the service doesn't know) can't reach here as code 2: it is a
+// refusal like any other. An id never offered is caught before, by takeOffer.
 template <class Event>
 void KvFileTransfer::answerOffer(const DPL::SharedPtr<Event>& event, const std::string& destination,
                                  bool accept, const char* failure) {

@@ -316,10 +316,5 @@ KvAgentPtr KvProxy::findAgent(unsigned long agentId) const {
     return found != agents.end() ? found->second : nullptr;
 }
 
-KvFileTransferPtr KvProxy::findFileTransfer(unsigned long agentId) const {
-    const KvAgentPtr agent = findAgent(agentId);
-    return agent != nullptr ? agent->getKvFileTransfer() : nullptr;
-}
-
 }  // namespace KVP
 }  // namespace DeviceAPI

@@ -129,6 +129,12 @@ public:
     void OnReceiveComplete(int transactionId, const char* path, int status);
     void OnFileProgress(int transactionId, int progress);
 
+    // Runs the proxy's handler `call` for a notification of the library, between
+    // the log lines "<<<<<< <handler>" and "<<<<<< done"; an exception that
+    // the handler lets out is logged and goes no further. Every kvp_On*
+    // function goes through it.
+    static void routeNotification(const char* handler, const std::function<void(KvProxy&)>& call);
+
     // For tests only: forgets every table, the manager and the link state, as
     // a newly made proxy would, and registers the notification tables again.
     void resetForTesting();

@@ -1,5 +1,7 @@
-// The functions the client library calls: each logs, hands the notification
-// to the proxy's handler and never lets an exception out into the library.
+// The functions of the service notification table that the client library
+// calls: each logs, hands the notification to the proxy's handler (routed in
+// KvProxyRouting.cpp) and never lets an exception out into the library. The
+// file-transfer table's functions live with the file-transfer bridge.
 #include "KvProxy.h"
 
 #include <Logger.h>
@@ -15,18 +17,10 @@ namespace KVP {
 
 namespace {
 
-const char* printable(const char* text) { return text != nullptr ? text : "<NULL>"; }
+// Every function below runs its handler through the proxy's routing.
+const auto route = &KvProxy::routeNotification;
 
-// Runs a handler between the trampoline's log lines.
-void route(const char* handler, const std::function<void(KvProxy&)>& call) {
-    LoggerI("<<<<<< " << handler);
-    try {
-        call(KvProxySingleton::Instance());
-    } catch (const std::exception& exception) {
-        LoggerE(handler << " failed: " << exception.what());
-    }
-    LoggerI("<<<<<< done");
-}
+const char* printable(const char* text) { return text != nullptr ? text : "<NULL>"; }
 
 // Logs a peer record's texts and hands the handler a copy of it.
 std::shared_ptr<kvp_peer_agent_t> copyPeer(const kvp_peer_agent_t* peer) {
@@ -42,6 +36,16 @@ std::shared_ptr<kvp_peer_agent_t> copyPeer(const kvp_peer_agent_t* peer) {
 }
 
 }  // namespace
+
+void KvProxy::routeNotification(const char* handler, const std::function<void(KvProxy&)>& call) {
+    LoggerI("<<<<<< " << handler);
+    try {
+        call(KvProxySingleton::Instance());
+    } catch (const std::exception& exception) {
+        LoggerE(handler << " failed: " << exception.what());
+    }
+    LoggerI("<<<<<< done");
+}
 
 void kvp_OnRegisterServiceAgentConfirm(int result, unsigned int agentId) {
     route("OnRegisterServiceAgentConfirm",
@@ -112,29 +116,6 @@ void kvp_OnAuthenticateIndication(unsigned int agentId, const kvp_peer_agent_t* 
     route("OnAuthenticateIndication", [=](KvProxy& proxy) {
         proxy.OnAuthenticateIndication(agentId, copyPeer(peer).get(), token, status);
     });
-}
-
-void kvp_OnSendFile(int transactionId, const char* fileName, unsigned int agentId) {
-    route("OnSendFile", [=](KvProxy& proxy) {
-        char name[KVP_PATH_BUFFER_SIZE];
-        std::strncpy(name, fileName != nullptr ? fileName : "", sizeof name - 1);
-        name[sizeof name - 1] = '\0';
-        proxy.OnSendFile(transactionId, name, agentId);
-    });
-}
-
-void kvp_OnSendComplete(int transactionId, const char* path, int status) {
-    route("OnSendComplete",
-          [=](KvProxy& proxy) { proxy.OnSendComplete(transactionId, path, status); });
-}
-
-void kvp_OnReceiveComplete(int transactionId, const char* path, int status) {
-    route("OnReceiveComplete",
-          [=](KvProxy& proxy) { proxy.OnReceiveComplete(transactionId, path, status); });
-}
-
-void kvp_OnFileProgress(int transactionId, int progress) {
-    route("OnFileProgress", [=](KvProxy& proxy) { proxy.OnFileProgress(transactionId, progress); });
 }
 
 }  // namespace KVP

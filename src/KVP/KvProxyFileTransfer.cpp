@@ -1,5 +1,7 @@
-// The bridge's file transfers: sending, receiving and cancelling files, and
-// the routing of the library's four file-transfer notifications.
+// The bridge's file transfers: sending, receiving and cancelling files, the
+// four functions of the file-transfer notification table that the client
+// library calls, and the routing of those notifications to the agents' file
+// transfers.
 #include "KvAgent.h"
 #include "KvClientCall.h"
 #include "KvFileTransfer.h"
@@ -16,6 +18,10 @@ namespace DeviceAPI {
 namespace KVP {
 
 namespace {
+
+// The library's file-transfer notifications run their handlers through the
+// proxy's routing, as its service notifications do.
+const auto route = &KvProxy::routeNotification;
 
 // A path as the library takes it: a buffer of KVP_PATH_BUFFER_SIZE bytes
 // holding at most 255 characters, always terminated.
@@ -74,6 +80,11 @@ int receiveErrorOf(int status) {
 }
 
 }  // namespace
+
+KvFileTransferPtr KvProxy::findFileTransfer(unsigned long agentId) const {
+    const KvAgentPtr agent = findAgent(agentId);
+    return agent != nullptr ? agent->getKvFileTransfer() : nullptr;
+}
 
 int KvProxy::sendFile(const KvFileTransferPtr& fileTransfer, const KvPeerAgentPtr& peerAgent,
                       const std::string& path) {
@@ -210,6 +221,29 @@ void KvProxy::OnReceiveComplete(int transactionId, const char* path, int status)
     } else {
         fileTransfer->onFileReceiveError(receiveErrorOf(status), transactionId);
     }
+}
+
+void kvp_OnSendFile(int transactionId, const char* fileName, unsigned int agentId) {
+    route("OnSendFile", [=](KvProxy& proxy) {
+        char name[KVP_PATH_BUFFER_SIZE];
+        std::strncpy(name, fileName != nullptr ? fileName : "", sizeof name - 1);
+        name[sizeof name - 1] = '\0';
+        proxy.OnSendFile(transactionId, name, agentId);
+    });
+}
+
+void kvp_OnSendComplete(int transactionId, const char* path, int status) {
+    route("OnSendComplete",
+          [=](KvProxy& proxy) { proxy.OnSendComplete(transactionId, path, status); });
+}
+
+void kvp_OnReceiveComplete(int transactionId, const char* path, int status) {
+    route("OnReceiveComplete",
+          [=](KvProxy& proxy) { proxy.OnReceiveComplete(transactionId, path, status); });
+}
+
+void kvp_OnFileProgress(int transactionId, int progress) {
+    route("OnFileProgress", [=](KvProxy& proxy) { proxy.OnFileProgress(transactionId, progress); });
 }
 
 }  // namespace KVP

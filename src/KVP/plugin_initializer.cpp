@@ -13,8 +13,6 @@
 #include <dpl/singleton.h>
 #include <wrt_plugin_export.h>
 
-#include <exception>
-
 namespace DeviceAPI {
 namespace KVP {
 
@@ -22,25 +20,18 @@ namespace {
 
 typedef DPL::Singleton<WrtDeviceApis::Commons::WrtAccess> WrtAccessSingleton;
 
-// The hooks are called from C: nothing may leave them.
-void tellRuntimeStatus(void (KvWrtStatus::*notify)()) {
-    try {
-        (KvWrtStatusSingleton::Instance().*notify)();
-    } catch (const std::exception& error) {
-        LoggerE("Error on platform : " << error.what());
-    }
-}
-
+// A failure of access control is one of the runtime's own exceptions: it is
+// logged and the runtime status object is told all the same, so that a stop
+// soft-resets the bridge in any case. Any other exception is not ours to
+// judge and passes through to the runtime.
 void on_widget_start_callback(int widgetId) {
     LoggerI("[KVP] on_widget_start_callback (" << widgetId << ")");
     try {
         WrtAccessSingleton::Instance().initialize(widgetId);
     } catch (const WrtDeviceApis::Commons::Exception&) {
         LoggerE("WrtAccess initialization failed");
-    } catch (const std::exception& error) {
-        LoggerE("Error on platform : " << error.what());
     }
-    tellRuntimeStatus(&KvWrtStatus::onWidgetStart);
+    KvWrtStatusSingleton::Instance().onWidgetStart();
 }
 
 void on_widget_stop_callback(int widgetId) {
@@ -49,10 +40,8 @@ void on_widget_stop_callback(int widgetId) {
         WrtAccessSingleton::Instance().deinitialize(widgetId);
     } catch (const WrtDeviceApis::Commons::Exception&) {
         LoggerE("WrtAccess deinitialization failed");
-    } catch (const std::exception& error) {
-        LoggerE("Error on platform : " << error.what());
     }
-    tellRuntimeStatus(&KvWrtStatus::onWidgetStop);
+    KvWrtStatusSingleton::Instance().onWidgetStop();
 }
 
 void on_frame_load_callback(JSContextRef /*context*/) {}

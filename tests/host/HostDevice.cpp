@@ -47,6 +47,11 @@ ProcessResult HostDevice::run(const std::string& appId) const {
     return kvRuntime({"run", appId, "--plugin", KV_HOST_TEST_PLUGIN, "--timeout", "20"});
 }
 
+ProcessResult HostDevice::runWithPlugins(const std::string& appId,
+                                         const std::string& pluginDir) const {
+    return kvRuntime({"run", appId, "--plugins", pluginDir, "--timeout", "20"});
+}
+
 std::string HostDevice::log() const { return readFile(m_dir.file("kv.log")); }
 
 }  // namespace KvTest

@@ -1,7 +1,8 @@
 // A temporary device for the host's script tests: installs the app folders
 // of tests/host/apps with `kv-runtime --device DIR install`, sets the
 // user's policy, and runs an app with `kv-runtime --device DIR run APP
-// --plugin <the host test plug-in> --timeout 20`.
+// --plugin <the host test plug-in> --timeout 20` (or with another folder of
+// plug-ins).
 #ifndef KV_TESTS_HOST_HOST_DEVICE_H
 #define KV_TESTS_HOST_HOST_DEVICE_H
 
@@ -29,6 +30,8 @@ public:
 
     // Runs an installed app with the host test plug-in.
     ProcessResult run(const std::string& appId) const;
+    // Runs an installed app with the plug-ins of `pluginDir` instead.
+    ProcessResult runWithPlugins(const std::string& appId, const std::string& pluginDir) const;
 
     // The platform log of every kv-runtime run on this device.
     std::string log() const;

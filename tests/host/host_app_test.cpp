@@ -1,7 +1,9 @@
 // Apps run by kv-runtime on a temporary device with the host test plug-in:
 // each app checks from script what the platform's argument validator, Web
 // API errors and access control do, and ends with code 0 when every check
-// held (1 and a "FAIL:" line on stderr for each one that did not).
+// held (1 and a "FAIL:" line on stderr for each one that did not). One app
+// runs with the kv plug-in instead, to see what the host does with an
+// exception that a plug-in's callback throws.
 #include "HostDevice.h"
 
 #include <gtest/gtest.h>
@@ -93,4 +95,17 @@ TEST(HostAppTest, AFailedScriptCheckEndsTheAppWithCode1) {
                          "from calling this method."))
         << result.err;
     EXPECT_FALSE(contains(result.err, "Sanitizer")) << result.err;
+}
+
+TEST(HostAppTest, WhatAPluginsCallbackThrowsIsUncaughtAndEndsTheAppWithCode1) {
+    HostDevice device;
+    const std::string appId = device.install("callback-throws");
+    const ProcessResult result = device.runWithPlugins(appId, KV_TEST_PLUGINS_DIR);
+    EXPECT_EQ(result.exitCode, 1) << result.err;
+    EXPECT_EQ(result.err,
+              "Uncaught TypeError: listener threw on TRANSPORT_BT ATTACHED at line 6 in main.js\n");
+    EXPECT_EQ(result.out, "");
+    // The plug-in's own log line stays.
+    EXPECT_TRUE(contains(device.log(), "callback threw: TypeError: listener threw"))
+        << device.log();
 }

@@ -1,6 +1,7 @@
 #include "KvpTestSupport.h"
 
 #include <atomic>
+#include <chrono>
 #include <cstdint>
 #include <thread>
 
@@ -24,6 +25,21 @@ TEST(DirectEmitterTest, EventWithoutAListenerIsDroppedWithoutError) {
     DlogCapture log;
     emitter.emit(dataEvent("nobody"));
     EXPECT_TRUE(log.lines().empty());
+}
+
+TEST(DirectEmitterTest, EventWithoutAListenerIsNotKeptForALaterListener) {
+    KvSocketDataReceiveEmitter emitter;
+    emitter.emit(dataEvent("nobody"));
+    RecordingListener<EventKvSocketDataReceiveListener> listener;
+    emitter.setListener(&listener);
+    emitter.setEventPrivateData(std::make_shared<Callbacks>());
+    EXPECT_TRUE(listener.events.empty()) << "setting a listener delivers nothing";
+    emitter.emit(dataEvent("later"));
+    ASSERT_EQ(listener.events.size(), 1u);
+    EXPECT_EQ(listener.events[0]->data, "later");
+    KvTest::runMainLoopFor(std::chrono::milliseconds(20));
+    EXPECT_EQ(listener.events.size(), 1u) << "nothing is delivered on a later turn either";
+    EXPECT_EQ(listener.events[0]->data, "later");
 }
 
 TEST(DirectEmitterTest, ListenerRunsInsideEmitWithAStampedCopy) {

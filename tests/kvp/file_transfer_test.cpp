@@ -113,6 +113,54 @@ TEST_F(FileTransferTest, RejectAnswersTheOfferWithoutAPath) {
     EXPECT_TRUE(log.contains(DLOG_WARN, "rejectFile failed"));
 }
 
+TEST_F(FileTransferTest, RejectOfAnIdNeverOfferedLogsNoTransferId) {
+    listenForOffers();
+    DlogCapture log;
+    EXPECT_EQ(withId<EventKvFileTransferRejectFile>(18)->getExceptionCode(), 18);
+    EXPECT_TRUE(log.contains(DLOG_ERROR, "no transfer Id"));
+    EXPECT_EQ(KvpDouble::count("receiveFile"), 0u);
+}
+
+TEST_F(FileTransferTest, SendNeverSeesANegativeIdFromTheBridge) {
+    // The library answers a new id or -1 (its contract); the bridge turns -1
+    // into a random non-negative id and a later FILE_IO error, so the send
+    // always succeeds here and its refusal branch is never taken.
+    listenForSends();
+    int refusedId = -1;
+    for (int pushed : {-1, 0, 1, 2, 4000}) {
+        KvpDouble::setResult("pushFile", pushed);
+        auto send = std::make_shared<EventKvFileTransferSendFile>();
+        send->peerAgent = peerAgent;
+        send->fileUri = "documents/a.txt";
+        request(*transfer, send);
+        EXPECT_EQ(send->getExceptionCode(), 0) << "pushFile " << pushed;
+        EXPECT_GE(send->transferId, 0) << "pushFile " << pushed;
+        if (pushed >= 0) {
+            EXPECT_EQ(send->transferId, pushed);
+        } else {
+            refusedId = send->transferId;
+        }
+    }
+    drainLoop();
+    ASSERT_EQ(sent.events.size(), 1u);
+    const auto& error = static_cast<EventInfoFileSendError&>(*sent.events[0]->info);
+    EXPECT_EQ(error.errorCode, KV_FILE_SEND_FILE_IO);
+    EXPECT_EQ(error.transferId, refusedId);
+}
+
+TEST_F(FileTransferTest, ReceiveNeverAnswersCodeTwoForALibraryAnswer) {
+    // The bridge tells only whether the library refused, so every refusal,
+    // the library's 2 included, is code 5; code 2 stays for a bad save path.
+    listenForOffers();
+    int id = 60;
+    for (int result : {-2, -1, 1, 2, 7}) {
+        KvpDouble::ftNotifications().onSendFile(id, "a.txt", 7);
+        KvpDouble::setResult("receiveFile", result);
+        EXPECT_EQ(receive(id)->getExceptionCode(), 5) << "receiveFile " << result;
+        ++id;
+    }
+}
+
 TEST_F(FileTransferTest, CancelCodesFollowTheBridgesAnswer) {
     DlogCapture log;
     EXPECT_EQ(withId<EventKvFileTransferCancelFile>(99)->getExceptionCode(), 18);

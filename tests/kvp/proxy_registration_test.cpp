@@ -275,7 +275,15 @@ TEST_F(ProxyRegistrationTest, SoftResetDropsAClosedSocketWithoutTerminatingIt) {
     KvpDouble::Peer peerB(101, "peer-b", "first");
     KvpDouble::notifications().onServiceCreateConfirm(1, 501, peerA.get(), 0);
     KvpDouble::notifications().onServiceCreateConfirm(1, 502, peerB.get(), 0);
+    const KvSocketPtr open = first->sockets[1];
+    const KvPeerAgentPtr peerOfClosed = first->sockets[0]->getPeerAgent();
+    const KvPeerAgentPtr peerOfOpen = open->getPeerAgent();
     first->sockets[0]->onConnectionLost(0);  // 501 is closed now
+    RecordingListener<EventKvSocketDataReceiveListener> data;
+    auto listen = std::make_shared<EventKvSocketSetDataReceiveListener>();
+    listen->emitter = emitterFor(data);
+    postRequest(*open, listen);
+    drainLoop();
     auto manager = std::make_shared<RecordingManager>();
     proxy().setManager(manager);
     DlogCapture log;
@@ -287,9 +295,24 @@ TEST_F(ProxyRegistrationTest, SoftResetDropsAClosedSocketWithoutTerminatingIt) {
     EXPECT_EQ(first->calls.back(), "onSoftReset");
     EXPECT_EQ(first->getState(), KvAgent::STATE_IDLE);
     EXPECT_EQ(manager->calls, std::vector<std::string>{"onSoftReset"});
+    EXPECT_EQ(KvpDouble::count("deRegisterServiceAgent"), 0u) << "agents stay registered";
+    // The closed socket left the table: the table held the last reference.
+    EXPECT_EQ(first->sockets[0], nullptr);
     // Data for a connection the reset dropped goes nowhere.
     KvpDouble::notifications().onDataIndication(502, 104, 2, "hi");
-    EXPECT_EQ(KvpDouble::count("deRegisterServiceAgent"), 0u) << "agents stay registered";
+    EXPECT_TRUE(data.events.empty());
+    // Only the open connection left a reset record: a new connection to its
+    // peer waits for the old one's end, one to the closed socket's peer goes
+    // out at once.
+    proxy().requestServiceConnection(first, peerOfOpen);
+    EXPECT_TRUE(log.contains(DLOG_INFO, "softReset is not completed"));
+    EXPECT_EQ(KvpDouble::count("createServiceConnection"), 0u);
+    log.clear();
+    proxy().requestServiceConnection(first, peerOfClosed);
+    EXPECT_EQ(log.count("softReset is not completed"), 0u);
+    const auto created = KvpDouble::callsTo("createServiceConnection");
+    ASSERT_EQ(created.size(), 1u);
+    EXPECT_EQ(created[0].args[1], "100");
 }
 
 TEST_F(ProxyRegistrationTest, FinalizeTerminatesConnectionsAndDeregistersAgentsInKeyOrder) {

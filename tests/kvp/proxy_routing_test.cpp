@@ -1,6 +1,8 @@
 #include "KvpTestSupport.h"
 
 #include <cstring>
+#include <stdexcept>
+#include <string>
 
 using namespace KvpTest;
 
@@ -329,4 +331,25 @@ TEST_F(ProxyRoutingTest, SpaceAvailableAndDeregistrationOnlyLog) {
     EXPECT_TRUE(log.contains(DLOG_INFO, "<<<<<< OnSpaceAvailable"));
     EXPECT_TRUE(log.contains(DLOG_INFO, "<<<<<< OnDeregisterServiceAgentConfirm"));
     EXPECT_TRUE(agent->calls.empty());
+}
+
+TEST_F(ProxyRoutingTest, AHandlerThatThrowsIsContainedBetweenTheNotificationsLogLines) {
+    DlogCapture log;
+    KvProxy::routeNotification("OnTest", [](KvProxy&) { throw std::runtime_error("boom"); });
+    EXPECT_TRUE(log.contains(DLOG_INFO, "<<<<<< OnTest"));
+    EXPECT_TRUE(log.contains(DLOG_ERROR, "OnTest failed: boom"));
+    EXPECT_TRUE(log.contains(DLOG_INFO, "<<<<<< done"));
+}
+
+TEST_F(ProxyRoutingTest, FileTransferNotificationsAreRoutedTheSameWay) {
+    DlogCapture log;
+    KvpDouble::ftNotifications().onFileProgress(999, 10);
+    KvpDouble::ftNotifications().onSendComplete(999, "/a", 0);
+    KvpDouble::ftNotifications().onReceiveComplete(999, "/b", 0);
+    KvpDouble::ftNotifications().onSendFile(999, "c.txt", 12345);
+    for (const char* handler :
+         {"OnFileProgress", "OnSendComplete", "OnReceiveComplete", "OnSendFile"}) {
+        EXPECT_TRUE(log.contains(DLOG_INFO, std::string("<<<<<< ") + handler)) << handler;
+    }
+    EXPECT_EQ(log.count("<<<<<< done"), 4u);
 }

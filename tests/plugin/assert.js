@@ -1,7 +1,6 @@
 // The assertion helper of the plug-in's script tests, put in front of each
 // app's main.js by run_script_test.sh. A failed assertion prints its message
-// and ends the app with exit code 1 at once, even inside a callback (where a
-// thrown exception would only be logged by the plug-in).
+// and ends the app with exit code 1 at once, even inside a callback.
 var test = (function () {
     function show(value) {
         try {

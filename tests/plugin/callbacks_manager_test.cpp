@@ -1,13 +1,18 @@
 // JSCallbacksManager: four protected slots, a `this` object, and calls that
-// never let a script exception out.
+// never let a script exception out but hand it to the context's host.
 #include "ScriptTestContext.h"
 
 #include <JSCallbacksManager.h>
 #include <dlog-capture.h>
 
+#include <CommonsJavaScript/ScriptExceptionHost.h>
 #include <gtest/gtest.h>
 
+#include <string>
+#include <vector>
+
 using DeviceAPI::KVP::JSCallbacksManager;
+using WrtDeviceApis::CommonsJavaScript::ScriptExceptionHost;
 
 namespace {
 
@@ -76,7 +81,26 @@ TEST_F(JSCallbacksManagerTest, ThrowingCallbackIsLoggedAndContained) {
                                  value("(function () { throw new Error('boom'); })"));
     DlogCapture capture;
     callbacks.callFirstCallback(value("1"));
-    EXPECT_TRUE(capture.contains(DLOG_ERROR, "boom"));
+    EXPECT_TRUE(capture.contains(DLOG_ERROR, "callback threw: Error: boom"));
+    // No host owns this context, so the platform only logs it too.
+    EXPECT_TRUE(
+        capture.contains(DLOG_ERROR, "Uncaught exception in a script callback: Error: boom"));
+}
+
+TEST_F(JSCallbacksManagerTest, ThrowingCallbackIsHandedToTheHostOfItsContext) {
+    std::vector<std::string> reported;
+    ScriptExceptionHost::attach(context.get(), [this, &reported](JSValueRef exception) {
+        reported.push_back(context.text(exception));
+    });
+    JSCallbacksManager callbacks(context.get(), value("record('a')"),
+                                 value("(function () { throw new TypeError('boom'); })"));
+    DlogCapture capture;
+    callbacks.callFirstCallback(value("1"));
+    callbacks.callSecondCallback(value("2"));
+    ScriptExceptionHost::detach(context.get());
+    EXPECT_EQ(reported, std::vector<std::string>{"TypeError: boom"});
+    EXPECT_TRUE(capture.contains(DLOG_ERROR, "callback threw: TypeError: boom"));
+    EXPECT_EQ(heard(), "a(1)");
 }
 
 TEST_F(JSCallbacksManagerTest, HeldCallbacksSurviveCollection) {

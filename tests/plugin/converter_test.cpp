@@ -1,5 +1,6 @@
 // KvConverter: the script spelling of every enumeration, peer agents back
-// from script, the agent list as a script array.
+// from script, the agent list as a script array, and records that must not
+// be null.
 #include "PluginTestSupport.h"
 #include "ScriptTestContext.h"
 
@@ -9,6 +10,9 @@
 #include <KvAgent.h>
 #include <KvAgentInit.h>
 #include <KvConverter.h>
+#include <KvFileTransfer.h>
+#include <KvSocket.h>
+#include <dlog-capture.h>
 
 #include <Commons/Exception.h>
 #include <gtest/gtest.h>
@@ -159,10 +163,29 @@ TEST_F(KvConverterTest, AgentListBecomesKvAgentObjectsInOrder) {
     EXPECT_EQ(script.text(script.evaluate("agents.length + ':' + agents[1].id")), "2:/kvtest/two");
 }
 
-TEST_F(KvConverterTest, NullRecordsGiveNull) {
-    EXPECT_TRUE(JSValueIsNull(script.get(), converter.toJSValueRef(KvPeerAgentPtr())));
-    EXPECT_TRUE(JSValueIsNull(script.get(), converter.toJSValueRef(KvPeerAccessoryPtr())));
-    EXPECT_TRUE(JSValueIsNull(script.get(), converter.toJSValueRef(KvAuthenticationTokenPtr())));
+// The private data of a script object must hold a record: making one for a
+// null record is a broken contract, which aborts.
+TEST_F(KvConverterTest, ANullRecordIsABrokenContract) {
+    EXPECT_DEATH(converter.toJSValueRef(KvPeerAgentPtr()), "Object is NULL");
+    EXPECT_DEATH(converter.toJSValueRef(KvPeerAccessoryPtr()), "Object is NULL");
+    EXPECT_DEATH(converter.toJSValueRef(KvAuthenticationTokenPtr()), "Object is NULL");
+    EXPECT_DEATH(converter.toJSValueRef(KvSocketPtr()), "Object is NULL");
+    EXPECT_DEATH(converter.toJSValueRef(KvFileTransferPtr()), "Object is NULL");
+}
+
+// So a getter whose linked record may be missing checks first, and answers
+// undefined like any other read that fails.
+TEST_F(KvConverterTest, AGetterOfAMissingLinkedRecordAnswersUndefined) {
+    const KvpDouble::Peer record(11, "peer-1", "/kvtest/hello", "Peer app", "2.0", "Watch", 1);
+    auto peer = std::make_shared<KvPeerAgent>(
+        std::make_shared<PeerAgentWrapper>(record.get(), false), nullptr, 4096);
+    script.setGlobal("peer", converter.toJSValueRef(peer));
+    script.setGlobal("socket", converter.toJSValueRef(std::make_shared<KvSocket>()));
+    DlogCapture capture;
+    EXPECT_EQ(script.text(script.evaluate("[typeof peer.peerAccessory, typeof socket.peerAgent, "
+                                          "peer.peerId].join()")),
+              "undefined,undefined,peer-1");
+    EXPECT_EQ(capture.count("trying to get incorrect value"), 2u);
 }
 
 }  // namespace

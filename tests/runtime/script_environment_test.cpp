@@ -2,6 +2,7 @@
 #include <kv-runtime/ScriptEngine.h>
 #include <kv-runtime/ScriptEnvironment.h>
 
+#include <CommonsJavaScript/ScriptExceptionHost.h>
 #include <dlog-capture.h>
 
 #include <Ecore.h>
@@ -15,6 +16,7 @@
 #include <string>
 
 using namespace Kv::Runtime;
+using WrtDeviceApis::CommonsJavaScript::ScriptExceptionHost;
 
 // The engine's synchronous collection, exported by the library for debugging.
 extern "C" void JSSynchronousGarbageCollectForDebugging(JSContextRef context);
@@ -133,6 +135,37 @@ TEST(ScriptEnvironmentTest, UncaughtExceptionIsReportedWithItsLineAndEndsWithCod
     EXPECT_TRUE(capture.contains(DLOG_ERROR, "Uncaught TypeError: boom at line 3 in app.js"));
     EXPECT_EQ(environment.run(), 1);
     EXPECT_EQ(environment.exitControl().reason(), ExitReason::Uncaught);
+}
+
+TEST(ScriptEnvironmentTest, WhatACallbackCalledByNativeCodeThrowsIsReportedAsUncaught) {
+    ScriptEnvironment environment;
+    JSContextRef context = environment.context();
+    EXPECT_TRUE(environment.evaluate(
+        "function listener() {\n  throw new TypeError('from a listener');\n}", "app.js"));
+    // A plug-in calls the script's listener and hands over what it threw.
+    JSValueRef listener = getProperty(context, JSContextGetGlobalObject(context), "listener");
+    JSValueRef exception = nullptr;
+    JSObjectCallAsFunction(context, JSValueToObject(context, listener, nullptr), nullptr, 0,
+                           nullptr, &exception);
+    ASSERT_NE(exception, nullptr);
+    testing::internal::CaptureStderr();
+    EXPECT_TRUE(ScriptExceptionHost::reportUncaught(context, exception));
+    const std::string err = testing::internal::GetCapturedStderr();
+    EXPECT_EQ(err.rfind("Uncaught TypeError: from a listener at line 2 in app.js\n", 0), 0u) << err;
+    EXPECT_EQ(environment.run(), 1);
+    EXPECT_EQ(environment.exitControl().reason(), ExitReason::Uncaught);
+}
+
+TEST(ScriptEnvironmentTest, AnEnvironmentThatIsGoneTakesNoMoreCallbackExceptions) {
+    JSGlobalContextRef kept = nullptr;
+    {
+        ScriptEnvironment environment;
+        kept = JSGlobalContextRetain(environment.context());
+    }
+    DlogCapture capture;
+    EXPECT_FALSE(ScriptExceptionHost::reportUncaught(kept, JSValueMakeNumber(kept, 42)));
+    EXPECT_TRUE(capture.contains(DLOG_ERROR, "Uncaught exception in a script callback: 42"));
+    JSGlobalContextRelease(kept);
 }
 
 TEST(ScriptEnvironmentTest, ThrownValueWithoutPositionIsReportedWithoutLine) {

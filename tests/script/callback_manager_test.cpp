@@ -3,15 +3,18 @@
 #include <Commons/Exception.h>
 #include <Commons/IEvent.h>
 #include <CommonsJavaScript/JSCallbackManager.h>
+#include <CommonsJavaScript/ScriptExceptionHost.h>
 #include <dlog-capture.h>
 
 #include <gtest/gtest.h>
 
+#include <string>
 #include <vector>
 
 using WrtDeviceApis::Commons::InvalidArgumentException;
 using WrtDeviceApis::CommonsJavaScript::JSCallbackManager;
 using WrtDeviceApis::CommonsJavaScript::JSCallbackManagerPtr;
+using WrtDeviceApis::CommonsJavaScript::ScriptExceptionHost;
 
 namespace {
 
@@ -117,6 +120,21 @@ TEST_F(CallbackManagerTest, AThrowingCallbackIsLoggedAndContained) {
     EXPECT_TRUE(capture.contains(DLOG_ERROR, "The success callback threw: Error: boom"));
     manager->callOnError();
     EXPECT_TRUE(holds("calls.length === 1"));
+}
+
+TEST_F(CallbackManagerTest, AThrowingCallbackIsHandedToTheHostOfItsContext) {
+    std::vector<std::string> reported;
+    ScriptExceptionHost::attach(m_context, [this, &reported](JSValueRef exception) {
+        reported.push_back(text(exception));
+    });
+    DlogCapture capture;
+    JSCallbackManagerPtr manager = JSCallbackManager::createObject(
+        m_context, eval("record('success')"), eval("(function () { throw new Error('lost'); })"));
+    manager->callOnSuccess();
+    manager->callOnError();
+    ScriptExceptionHost::detach(m_context);
+    EXPECT_EQ(reported, std::vector<std::string>{"Error: lost"});
+    EXPECT_TRUE(capture.contains(DLOG_ERROR, "The error callback threw: Error: lost"));
 }
 
 TEST_F(CallbackManagerTest, NonFunctionsAreNotStored) {

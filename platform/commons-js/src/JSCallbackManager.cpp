@@ -1,6 +1,7 @@
 #include <CommonsJavaScript/JSCallbackManager.h>
 
 #include <CommonsJavaScript/JSUtils.h>
+#include <CommonsJavaScript/ScriptExceptionHost.h>
 #include <CommonsJavaScript/Validator.h>
 
 #include <Commons/Exception.h>
@@ -140,6 +141,7 @@ void JSCallbackManager::makeCallback(JSObjectRef callback, const JSValueRef argu
     if (exception != nullptr) {
         LoggerE("The " << role
                        << " callback threw: " << JSUtils::describeException(m_context, exception));
+        ScriptExceptionHost::reportUncaught(m_context, exception);
     }
 }
 

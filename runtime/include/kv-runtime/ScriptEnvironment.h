@@ -5,9 +5,11 @@
 //   setTimeout/clearTimeout, setInterval/clearInterval   on ecore timers
 //   runtime.exit([code])          ends the app with `code` (default 0)
 //   runtime.args                  the app's arguments, an array of strings
-// An uncaught exception, at top level or in a timer callback, is reported on
-// stderr as "Uncaught <message> at line <n> in <file>" and ends the app with
-// exit code 1.
+// An uncaught exception, at top level, in a timer callback or in a callback
+// that a plug-in calls (handed over through the platform's
+// ScriptExceptionHost, to which the environment attaches itself for its
+// context), is reported on stderr as "Uncaught <message> at line <n> in
+// <file>" and ends the app with exit code 1.
 //
 // Make and use it on the main loop's thread. Making one prepares the script
 // engine (see ScriptEngine.h).

@@ -9,8 +9,9 @@
 // of the context it was given, so it stays valid after the script call that
 // made it returned; the manager must not outlive that global context.
 //
-// A callback that throws is logged at error level and the call returns
-// normally: nothing a callback does escapes the manager.
+// A callback that throws is logged at error level and handed to the host of
+// the context as an uncaught exception (ScriptExceptionHost); the call
+// returns normally: nothing a callback does escapes the manager.
 #ifndef KV_PLATFORM_COMMONS_JS_JS_CALLBACK_MANAGER_H
 #define KV_PLATFORM_COMMONS_JS_JS_CALLBACK_MANAGER_H
 
