@@ -25,8 +25,8 @@ int trials(const char* name, int fallback) {
 TEST(Delivery, FirstMessagesOfEveryNewConnectionArriveWhileBothCoresAreBusy) {
     const WorkFolder work;
     DevicePair devices(work);
-    const std::string watchApp = devices.install(devices.watch(), "watch-stress");
-    const std::string phoneApp = devices.install(devices.phone(), "phone-stress");
+    const std::string watchApp = devices.install(devices.watch(), testApp("watch-stress"));
+    const std::string phoneApp = devices.install(devices.phone(), testApp("phone-stress"));
     CpuLoad load;
     AppRun watch(devices.watch(), watchApp, "watch", work);
     ASSERT_TRUE(watch.waitForOutput("watch: ready")) << watch.output();
@@ -38,8 +38,8 @@ TEST(Delivery, FirstMessagesOfEveryNewConnectionArriveWhileBothCoresAreBusy) {
 TEST(Delivery, EveryFirstRequestToAJustRegisteredPeerIsAnsweredWhileBothCoresAreBusy) {
     const WorkFolder work;
     DevicePair devices(work);
-    const std::string watchApp = devices.install(devices.watch(), "watch-fresh");
-    const std::string phoneApp = devices.install(devices.phone(), "phone-fresh");
+    const std::string watchApp = devices.install(devices.watch(), testApp("watch-fresh"));
+    const std::string phoneApp = devices.install(devices.phone(), testApp("phone-fresh"));
     const int rounds = std::max(1, trials("KV_E2E_FIRST_REQUESTS", 40) / 20);
     CpuLoad load;
     AppRun phone(devices.phone(), phoneApp, "phone", work, {std::to_string(rounds)}, seconds(3600));

@@ -65,8 +65,8 @@ class FilesTest : public testing::TestWithParam<Victim> {};
 TEST_P(FilesTest, KillingItMidTransferLeavesNoPartialFile) {
     const WorkFolder work;
     DevicePair devices(work);
-    const std::string watchApp = devices.install(devices.watch(), "watch-situations");
-    const std::string phoneApp = devices.install(devices.phone(), "phone-situations");
+    const std::string watchApp = devices.install(devices.watch(), testApp("watch-situations"));
+    const std::string phoneApp = devices.install(devices.phone(), testApp("phone-situations"));
     const std::uintmax_t size = fileSize();
     {
         std::ofstream file(devices.phone() + "/fs/opt/usr/media/Documents/big.bin",

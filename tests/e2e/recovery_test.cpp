@@ -12,8 +12,8 @@ using namespace KvE2e;
 TEST(Recovery, RunningAppsTalkAgainAfterEitherDaemonIsKilledAndRestarted) {
     const WorkFolder work;
     DevicePair devices(work);
-    const std::string watchApp = devices.install(devices.watch(), "watch-recover");
-    const std::string phoneApp = devices.install(devices.phone(), "phone-recover");
+    const std::string watchApp = devices.install(devices.watch(), testApp("watch-recover"));
+    const std::string phoneApp = devices.install(devices.phone(), testApp("phone-recover"));
     AppRun watch(devices.watch(), watchApp, "watch", work);
     ASSERT_TRUE(watch.waitForOutput("watch: ready")) << watch.output();
     AppRun phone(devices.phone(), phoneApp, "phone", work);

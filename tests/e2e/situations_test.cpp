@@ -37,8 +37,8 @@ class SituationsTest : public testing::Test {
 protected:
     explicit SituationsTest(bool insecure = false)
         : devices(work, insecure),
-          watchApp(devices.install(devices.watch(), "watch-situations")),
-          phoneApp(devices.install(devices.phone(), "phone-situations")) {
+          watchApp(devices.install(devices.watch(), testApp("watch-situations"))),
+          phoneApp(devices.install(devices.phone(), testApp("phone-situations"))) {
         std::ofstream(documents() + "/report.txt") << "heart rate 72\n";
     }
 
