@@ -5,13 +5,43 @@
 #include <kv-runtime/JsValues.h>
 #include <kv-runtime/ScriptEnvironment.h>
 
+#include <time.h>
+#include <unistd.h>
+
 #include <cmath>
+#include <fstream>
+#include <iterator>
+#include <sstream>
 #include <stdexcept>
+#include <string>
 
 namespace Kv {
 namespace Runtime {
 
 namespace {
+
+// When the process started, on the monotonic clock: the start time of the
+// process in /proc is in clock ticks since boot, which the monotonic clock
+// counts too.
+const timespec& processStart() {
+    static const timespec start = [] {
+        timespec now{};
+        clock_gettime(CLOCK_MONOTONIC, &now);
+        std::ifstream stat("/proc/self/stat");
+        std::string text((std::istreambuf_iterator<char>(stat)), std::istreambuf_iterator<char>());
+        std::istringstream fields(text.substr(text.rfind(')') + 2));
+        std::string field;
+        for (int number = 3; number <= 22 && fields >> field; ++number) {
+        }
+        const double ticks = fields ? std::stod(field) : 0.0;
+        const double seconds = ticks / static_cast<double>(sysconf(_SC_CLK_TCK));
+        timespec start{};
+        start.tv_sec = static_cast<time_t>(seconds);
+        start.tv_nsec = static_cast<long>((seconds - static_cast<double>(start.tv_sec)) * 1e9);
+        return seconds > 0 ? start : now;
+    }();
+    return start;
+}
 
 // The exit code asked for, or -1 when the argument is not one.
 int exitCodeArgument(JSContextRef context, size_t count, const JSValueRef arguments[]) {
@@ -47,6 +77,16 @@ JSValueRef exitApp(JSContextRef context, JSObjectRef /*function*/, JSObjectRef /
     });
 }
 
+// Milliseconds since the process started, with the clock's full resolution.
+JSValueRef now(JSContextRef context, JSObjectRef /*function*/, JSObjectRef /*thisObject*/,
+               size_t /*count*/, const JSValueRef /*arguments*/[], JSValueRef* /*exception*/) {
+    timespec time{};
+    clock_gettime(CLOCK_MONOTONIC, &time);
+    const double elapsed = static_cast<double>(time.tv_sec - processStart().tv_sec) * 1000.0 +
+                           static_cast<double>(time.tv_nsec - processStart().tv_nsec) / 1.0e6;
+    return JSValueMakeNumber(context, elapsed);
+}
+
 JSObjectRef makeMarker(JSContextRef context) {
     JSObjectRef marker = JSObjectMake(context, nullptr, nullptr);
     JSObjectRef toString =
@@ -61,6 +101,8 @@ JSObjectRef makeMarker(JSContextRef context) {
 JSObjectRef installRuntimeObject(JSContextRef context, JSObjectRef global) {
     JSObjectRef runtime = JSObjectMake(context, nullptr, nullptr);
     setFunction(context, runtime, "exit", exitApp);
+    setFunction(context, runtime, "now", now);
+    processStart();
     JSObjectRef marker = makeMarker(context);
     setProperty(context, global, "runtime", runtime,
                 kJSPropertyAttributeReadOnly | kJSPropertyAttributeDontDelete);

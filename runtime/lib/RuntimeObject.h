@@ -2,6 +2,8 @@
 //   runtime.exit()       ends the app with exit code 0
 //   runtime.exit(code)   ends it with `code`, an integer from 0 to 255
 //   runtime.args         the app's arguments, an array of strings
+//   runtime.now()        milliseconds since the process started, a number
+//                        with the monotonic clock's full resolution
 // The call does not return: it unwinds the running script with a marker
 // value that the runtime recognises and does not report, and no further
 // script code runs except `finally` blocks (and `catch` blocks, which see the

@@ -14,6 +14,7 @@
 #include <cstdlib>
 #include <fstream>
 #include <string>
+#include <thread>
 
 using namespace Kv::Runtime;
 using WrtDeviceApis::CommonsJavaScript::ScriptExceptionHost;
@@ -111,6 +112,21 @@ TEST(ScriptEnvironmentTest, ExitAtTopLevelStopsTheScriptAndSkipsTheLoop) {
     EXPECT_LT(std::chrono::steady_clock::now() - started, std::chrono::seconds(1));
     EXPECT_EQ(environment.exitControl().reason(), ExitReason::Script);
     EXPECT_EQ(evaluateToString(environment, "after"), "false");
+}
+
+TEST(ScriptEnvironmentTest, NowCountsMillisecondsSinceTheProcessStartedFinerThanAMillisecond) {
+    ScriptEnvironment environment;
+    const double first = std::stod(evaluateToString(environment, "runtime.now()"));
+    std::this_thread::sleep_for(std::chrono::milliseconds(20));
+    const double second = std::stod(evaluateToString(environment, "runtime.now()"));
+    EXPECT_GT(first, 0.0);
+    EXPECT_GE(second - first, 19.0);
+    EXPECT_LT(second - first, 1000.0);
+    EXPECT_EQ(
+        evaluateToString(environment,
+                         "var a = runtime.now(), b = a; while (b === a) { b = runtime.now(); }"
+                         " b - a < 0.5"),
+        "true");
 }
 
 TEST(ScriptEnvironmentTest, BadExitCodeIsARangeErrorAndEndsNothing) {
