@@ -6,6 +6,7 @@
 #include <gtest/gtest.h>
 
 using WrtDeviceApis::Commons::ConversionException;
+using WrtDeviceApis::CommonsJavaScript::JSStringPtr;
 using WrtDeviceApis::CommonsJavaScript::JSUtils;
 
 namespace {
@@ -18,6 +19,39 @@ TEST_F(JSUtilsTest, ScriptStringsRoundTripUtf8) {
     EXPECT_EQ(JSUtils::toString(string.get()), "gr\xC3\xBC\xC3\x9F \xE2\x9C\x93");
     EXPECT_EQ(JSUtils::toString(JSUtils::makeJSString("").get()), "");
     EXPECT_EQ(JSUtils::toString(nullptr), "");
+}
+
+// Every width of UTF-8, against what the engine itself makes of the same
+// script text.
+TEST_F(JSUtilsTest, ConvertsEveryWidthOfUtf8BothWays) {
+    const std::string text =
+        "a\x7F\xC2\x80\xDF\xBF\xE0\xA0\x80\xEF\xBF\xBD\xF0\x9F\x98\x80\xF4\x8F\xBF\xBF";
+    JSValueRef engine = eval("'a\\x7F\\x80\\u07FF\\u0800\\uFFFD\\u{1F600}\\u{10FFFF}'");
+    JSStringPtr engineString(JSValueToStringCopy(m_context, engine, nullptr));
+    EXPECT_EQ(JSUtils::toString(engineString.get()), text);
+    auto ours = JSUtils::makeJSString(text);
+    EXPECT_TRUE(JSStringIsEqual(ours.get(), engineString.get()));
+    EXPECT_EQ(JSStringGetLength(ours.get()), 10u);
+}
+
+TEST_F(JSUtilsTest, MalformedTextBecomesTheReplacementCharacter) {
+    const std::string replacement = "\xEF\xBF\xBD";
+    // A lone surrogate of a script string.
+    JSStringPtr lone(JSValueToStringCopy(m_context, eval("'x\\uD800y\\uDC00'"), nullptr));
+    EXPECT_EQ(JSUtils::toString(lone.get()), "x" + replacement + "y" + replacement);
+    // Broken, overlong and out-of-range UTF-8.
+    for (const std::string& broken :
+         {std::string("\xC0\xAF"), std::string("\xE0\x80"), std::string("\xED\xA0\x80"),
+          std::string("\xF5\x80\x80\x80"), std::string("\x80")}) {
+        const std::string back = JSUtils::toString(JSUtils::makeJSString(broken).get());
+        EXPECT_NE(back.find(replacement), std::string::npos) << back;
+        EXPECT_EQ(back.find(broken), std::string::npos);
+    }
+}
+
+TEST_F(JSUtilsTest, AZeroInTheTextIsKept) {
+    const std::string text("ab\0cd", 5);
+    EXPECT_EQ(JSUtils::toString(JSUtils::makeJSString(text).get()), text);
 }
 
 TEST_F(JSUtilsTest, ReadsPropertiesAndTellsMissingOnes) {

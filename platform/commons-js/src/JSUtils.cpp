@@ -2,6 +2,8 @@
 
 #include <Commons/Exception.h>
 
+#include "Utf8.h"
+
 #include <vector>
 
 namespace WrtDeviceApis {
@@ -9,18 +11,22 @@ namespace CommonsJavaScript {
 
 using Commons::ConversionException;
 
+// The engine's characters are UTF-16 code units; the conversion to and from
+// UTF-8 is ours (Utf8.h), straight into the target.
+static_assert(sizeof(JSChar) == sizeof(char16_t));
+
 JSStringPtr JSUtils::makeJSString(const std::string& text) {
-    return JSStringPtr(JSStringCreateWithUTF8CString(text.c_str()));
+    const std::u16string units = utf8ToUtf16(text);
+    return JSStringPtr(
+        JSStringCreateWithCharacters(reinterpret_cast<const JSChar*>(units.data()), units.size()));
 }
 
 std::string JSUtils::toString(JSStringRef string) {
     if (string == nullptr) {
         return {};
     }
-    std::vector<char> buffer(JSStringGetMaximumUTF8CStringSize(string));
-    size_t written = JSStringGetUTF8CString(string, buffer.data(), buffer.size());
-    // The count includes the terminating zero.
-    return std::string(buffer.data(), written > 0 ? written - 1 : 0);
+    return utf16ToUtf8(reinterpret_cast<const char16_t*>(JSStringGetCharactersPtr(string)),
+                       JSStringGetLength(string));
 }
 
 JSValueRef JSUtils::getJSProperty(JSContextRef context, JSObjectRef object,
