@@ -7,7 +7,7 @@
 #include <sys/un.h>
 #include <unistd.h>
 
-#include <array>
+#include <algorithm>
 #include <cstring>
 #include <stdexcept>
 
@@ -88,11 +88,14 @@ bool DaemonConnection::waitReadable(Deadline deadline) const {
 }
 
 void DaemonConnection::readAvailable() {
-    std::array<char, 64 * 1024> buffer;
+    constexpr std::size_t kReadChunk = 64 * 1024;
     for (;;) {
-        const ssize_t count = ::recv(m_fd, buffer.data(), buffer.size(), 0);
+        // Straight into the decoder's buffer, the whole rest of a large frame
+        // at once when the socket has it.
+        const std::size_t room = std::max(kReadChunk, m_decoder.missing());
+        const ssize_t count = ::recv(m_fd, m_decoder.prepare(room), room, 0);
         if (count > 0) {
-            m_decoder.feed(buffer.data(), static_cast<std::size_t>(count));
+            m_decoder.commit(static_cast<std::size_t>(count));
             continue;
         }
         if (count == 0) {
@@ -109,7 +112,7 @@ void DaemonConnection::readAvailable() {
 }
 
 std::optional<wire::ServiceMessage> DaemonConnection::next() {
-    std::optional<std::string> payload = m_decoder.next();
+    std::optional<std::string_view> payload = m_decoder.next();
     if (!payload) {
         return std::nullopt;
     }

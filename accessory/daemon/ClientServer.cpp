@@ -101,8 +101,9 @@ void ClientServer::admit(asio::local::stream_protocol::socket socket) {
     LoggerI(name << " opened");
     Service& service = m_service;
     channel->start(
-        [&service, id](const std::string& payload) {
-            service.handleRequest(id, decodeClientMessage(payload).request());
+        [&service, id](std::string_view payload) {
+            wire::ClientMessage message = decodeClientMessage(payload);
+            service.handleRequest(id, *message.mutable_request());
         },
         [this, id, uid = credentials.uid](const std::string&) {
             --m_sessionsPerUser[uid];

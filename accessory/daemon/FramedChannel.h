@@ -31,7 +31,9 @@ inline constexpr int kPriorityLevels = 4;
 // uses it.
 class FrameSession {
 public:
-    using PayloadHandler = std::function<void(const std::string& payload)>;
+    // The payload is a view into the session's read buffer, valid while the
+    // handler runs.
+    using PayloadHandler = std::function<void(std::string_view payload)>;
     using CloseHandler = std::function<void(const std::string& reason)>;
 
     virtual ~FrameSession() = default;
@@ -116,10 +118,13 @@ public:
     Socket& socket() { return m_socket; }
 
 private:
+    // Reads straight into the decoder's buffer: a chunk, or the whole rest
+    // of a large frame when the socket has it.
     void readMore() {
+        const std::size_t room = std::max(kReadChunk, m_decoder.missing());
         auto self = this->shared_from_this();
         m_socket.async_read_some(
-            asio::buffer(m_readBuffer),
+            asio::buffer(m_decoder.prepare(room), room),
             [self](const asio::error_code& error, std::size_t size) { self->onRead(error, size); });
     }
 
@@ -132,9 +137,9 @@ private:
             return;
         }
         try {
-            m_decoder.feed(m_readBuffer.data(), size);
+            m_decoder.commit(size);
             while (!m_closed) {
-                std::optional<std::string> payload = m_decoder.next();
+                std::optional<std::string_view> payload = m_decoder.next();
                 if (!payload) {
                     break;
                 }
@@ -207,8 +212,8 @@ private:
     Socket m_socket;
     std::string m_name;
     std::size_t m_maxQueuedBytes;
+    static constexpr std::size_t kReadChunk = 64 * 1024;
     FrameDecoder m_decoder;
-    std::array<char, 64 * 1024> m_readBuffer{};
     std::array<std::deque<std::string>, kPriorityLevels> m_queues;
     std::size_t m_queuedBytes = 0;
     std::shared_ptr<ReadBudget> m_budget;

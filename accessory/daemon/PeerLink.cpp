@@ -210,7 +210,7 @@ void PeerLink::startSession(std::uint64_t id, std::shared_ptr<FrameSession> sess
     candidate.session = session;
     candidate.fingerprint = std::move(fingerprint);
     session->start(
-        [this, id](const std::string& payload) {
+        [this, id](std::string_view payload) {
             if (id == m_linkId) {
                 onLinkPayload(payload);
             } else if (m_candidates.count(id) != 0) {
@@ -230,7 +230,7 @@ void PeerLink::startSession(std::uint64_t id, std::shared_ptr<FrameSession> sess
     session->sendMessage(hello, kPriorityControl);
 }
 
-void PeerLink::onCandidatePayload(std::uint64_t id, const std::string& payload) {
+void PeerLink::onCandidatePayload(std::uint64_t id, std::string_view payload) {
     const wire::LinkMessage message = decodeLinkMessage(payload);
     if (!message.has_hello()) {
         throw ProtocolError("the first link message is not a hello");
@@ -285,8 +285,8 @@ void PeerLink::dropCandidate(std::uint64_t id, const std::string& reason) {
     scheduleReconnect();
 }
 
-void PeerLink::onLinkPayload(const std::string& payload) {
-    const wire::LinkMessage message = decodeLinkMessage(payload);
+void PeerLink::onLinkPayload(std::string_view payload) {
+    wire::LinkMessage message = decodeLinkMessage(payload);
     if (message.has_hello()) {
         throw ProtocolError("a second hello on the link");
     }

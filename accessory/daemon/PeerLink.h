@@ -32,7 +32,7 @@ public:
     struct Handlers {
         std::function<void(const std::string& peerDeviceName)> up;
         std::function<void()> down;
-        std::function<void(const wire::LinkMessage&)> message;
+        std::function<void(wire::LinkMessage&)> message;
     };
 
     // `tls` is null for an insecure link.
@@ -84,10 +84,10 @@ private:
     void startHandshake(std::uint64_t id, asio::ip::tcp::socket socket);
     void startSession(std::uint64_t id, std::shared_ptr<FrameSession> session,
                       std::string fingerprint);
-    void onCandidatePayload(std::uint64_t id, const std::string& payload);
+    void onCandidatePayload(std::uint64_t id, std::string_view payload);
     void promote(std::uint64_t id, const wire::LinkHello& hello);
     void dropCandidate(std::uint64_t id, const std::string& reason);
-    void onLinkPayload(const std::string& payload);
+    void onLinkPayload(std::string_view payload);
     void onLinkClosed();
 
     asio::io_context& m_io;

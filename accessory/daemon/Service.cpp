@@ -7,6 +7,8 @@
 #include <kv-device/Device.h>
 #include <vconf.h>
 
+#include <malloc.h>
+
 #include <random>
 #include <sstream>
 
@@ -63,7 +65,7 @@ void Service::closeAll() {
     }
 }
 
-void Service::handleRequest(SessionId id, const wire::Request& request) {
+void Service::handleRequest(SessionId id, wire::Request& request) {
     auto found = m_sessions.find(id);
     if (found == m_sessions.end()) {
         return;
@@ -81,7 +83,7 @@ void Service::handleRequest(SessionId id, const wire::Request& request) {
     }
 }
 
-wire::Reply Service::dispatch(SessionId id, Session& session, const wire::Request& request) {
+wire::Reply Service::dispatch(SessionId id, Session& session, wire::Request& request) {
     using Body = wire::Request;
     switch (request.body_case()) {
         case Body::kHello:
@@ -101,7 +103,7 @@ wire::Reply Service::dispatch(SessionId id, Session& session, const wire::Reques
         case Body::kTerminateConnection:
             return terminateConnection(id, request.terminate_connection().connection_id());
         case Body::kSendData:
-            return sendData(id, request.send_data());
+            return sendData(id, *request.mutable_send_data());
         case Body::kAuthenticate:
             return authenticate(id, request.authenticate());
         case Body::kPushFile:
@@ -252,8 +254,10 @@ wire::Reply Service::status() const {
             text << "\npeer certificate: " << m_link->peerFingerprint();
         }
     }
+    const struct mallinfo2 memory = mallinfo2();
     text << "\nsessions: " << m_sessions.size() << "\nagents: " << m_agents.size()
-         << "\nconnections: " << m_connections.size() << "\n";
+         << "\nconnections: " << m_connections.size() << "\ntransfers: " << m_transfers.size()
+         << "\nheap in use: " << memory.uordblks + memory.hblkhd << " bytes\n";
     wire::Reply reply = resultReply(wire::RESULT_SUCCESS);
     reply.set_attached(linked());
     reply.set_secure(secureLink());
@@ -307,7 +311,7 @@ void Service::onLinkDown() {
     notifyAll(event);
 }
 
-void Service::onLinkMessage(const wire::LinkMessage& message) {
+void Service::onLinkMessage(wire::LinkMessage& message) {
     using Body = wire::LinkMessage;
     switch (message.body_case()) {
         case Body::kFindQuery:
@@ -321,7 +325,7 @@ void Service::onLinkMessage(const wire::LinkMessage& message) {
         case Body::kConnectReply:
             return onConnectReply(message.connect_reply());
         case Body::kData:
-            return onLinkData(message.data());
+            return onLinkData(*message.mutable_data());
         case Body::kClose:
             return onLinkClose(message.close());
         case Body::kFileOffer:
@@ -340,13 +344,13 @@ void Service::onLinkMessage(const wire::LinkMessage& message) {
 void Service::notify(SessionId id, wire::Event event) {
     // Posted, so that the reply of the request being handled goes out first
     // and events keep the order in which they were made.
-    asio::post(m_io, [this, id, event = std::move(event)] {
+    asio::post(m_io, [this, id, event = std::move(event)]() mutable {
         auto found = m_sessions.find(id);
         if (found == m_sessions.end()) {
             return;
         }
         wire::ServiceMessage message;
-        *message.mutable_event() = event;
+        *message.mutable_event() = std::move(event);
         std::shared_ptr<ClientChannel> channel = found->second.channel;
         if (!channel->sendMessage(message)) {
             channel->close("the app does not read its events");

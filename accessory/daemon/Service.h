@@ -51,11 +51,13 @@ public:
     SessionId addSession(std::shared_ptr<ClientChannel> channel, const std::string& appId);
     // The session ended: its app is gone with its agents and connections.
     void removeSession(SessionId id);
-    void handleRequest(SessionId id, const wire::Request& request);
+    // The request's data may be moved out.
+    void handleRequest(SessionId id, wire::Request& request);
 
     void onLinkUp(const std::string& peerName);
     void onLinkDown();
-    void onLinkMessage(const wire::LinkMessage& message);
+    // The message's data may be moved out.
+    void onLinkMessage(wire::LinkMessage& message);
 
     // Ends every session (the daemon stops).
     void closeAll();
@@ -102,7 +104,7 @@ private:
     };
 
     // Requests (Service.cpp, ServiceDiscovery.cpp, ServiceConnections.cpp).
-    wire::Reply dispatch(SessionId id, Session& session, const wire::Request& request);
+    wire::Reply dispatch(SessionId id, Session& session, wire::Request& request);
     wire::Reply hello(Session& session, const wire::Hello& hello);
     wire::Reply registerAgent(SessionId id, Session& session, const wire::RegisterAgent& request);
     wire::Reply deregisterAgent(SessionId id, std::uint32_t agentId);
@@ -110,7 +112,7 @@ private:
     wire::Reply createConnection(SessionId id, const wire::CreateConnection& request);
     wire::Reply answerConnection(SessionId id, const wire::ConnectionAnswer& answer, bool accept);
     wire::Reply terminateConnection(SessionId id, std::uint32_t connectionId);
-    wire::Reply sendData(SessionId id, const wire::SendData& request);
+    wire::Reply sendData(SessionId id, wire::SendData& request);
     wire::Reply authenticate(SessionId id, const wire::Authenticate& request);
     wire::Reply accessory(std::uint32_t accessoryId) const;
     wire::Reply pushFile(SessionId id, const wire::PushFile& request);
@@ -124,7 +126,7 @@ private:
     void onAgentChanged(const wire::AgentChanged& change);
     void onConnectQuery(const wire::ConnectQuery& query);
     void onConnectReply(const wire::ConnectReply& reply);
-    void onLinkData(const wire::LinkData& data);
+    void onLinkData(wire::LinkData& data);
     void onLinkClose(const wire::LinkClose& close);
     void onFileOffer(const wire::FileOffer& offer);
     void onFileAnswer(const wire::FileAnswer& answer);

@@ -264,7 +264,7 @@ void Service::onLinkClose(const wire::LinkClose& close) {
     endConnection(connection->id, close.reason(), false);
 }
 
-wire::Reply Service::sendData(SessionId id, const wire::SendData& request) {
+wire::Reply Service::sendData(SessionId id, wire::SendData& request) {
     Connection* connection = ownConnection(id, request.connection_id());
     if (connection == nullptr || connection->state != ConnectionState::Open) {
         return resultReply(wire::RESULT_INVALID);
@@ -288,12 +288,12 @@ wire::Reply Service::sendData(SessionId id, const wire::SendData& request) {
     auto* data = message.mutable_data();
     data->set_connection_id(connection->peerConnectionId);
     data->set_channel_id(request.channel_id());
-    data->set_data(request.data());
+    data->set_data(std::move(*request.mutable_data()));
     return resultReply(m_link->send(message, channel->priority) ? wire::RESULT_SUCCESS
                                                                 : wire::RESULT_GENERAL);
 }
 
-void Service::onLinkData(const wire::LinkData& data) {
+void Service::onLinkData(wire::LinkData& data) {
     auto found = m_connections.find(data.connection_id());
     if (found == m_connections.end() || found->second.state != ConnectionState::Open) {
         LoggerW("link: data for connection " << data.connection_id() << ", which is not open");
@@ -303,7 +303,7 @@ void Service::onLinkData(const wire::LinkData& data) {
     auto* arrived = event.mutable_data();
     arrived->set_connection_id(found->first);
     arrived->set_channel_id(data.channel_id());
-    arrived->set_data(data.data());
+    arrived->set_data(std::move(*data.mutable_data()));
     notifyAgent(found->second.agentId, event);
 }
 

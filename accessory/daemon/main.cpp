@@ -5,6 +5,7 @@
 #include <kv-accessory/DeviceIdentity.h>
 #include <kv-device/Device.h>
 #include <kv-device/FileUtil.h>
+#include <kv-device/Memory.h>
 
 #include <unistd.h>
 
@@ -44,7 +45,7 @@ std::unique_ptr<PeerLink> makeLink(asio::io_context& io, const DaemonOptions& op
     PeerLink::Handlers handlers{
         [&service](const std::string& peer) { service.onLinkUp(peer); },
         [&service] { service.onLinkDown(); },
-        [&service](const wire::LinkMessage& message) { service.onLinkMessage(message); }};
+        [&service](wire::LinkMessage& message) { service.onLinkMessage(message); }};
     const asio::ip::tcp::endpoint endpoint(asio::ip::make_address(options.host), options.port);
     std::shared_ptr<LinkTls> tls;
     if (!options.insecure) {
@@ -100,6 +101,7 @@ int run(const DaemonOptions& options) {
 }  // namespace
 
 int main(int argc, char** argv) {
+    Kv::Device::keepLargeAllocationsInTheHeap();
     DaemonOptions options;
     try {
         options = parseDaemonOptions(std::vector<std::string>(argv + 1, argv + argc));

@@ -4,6 +4,7 @@
 #include "Commands.h"
 
 #include <kv-device/Device.h>
+#include <kv-device/Memory.h>
 
 #include <cstdio>
 #include <exception>
@@ -47,6 +48,7 @@ int dispatch(const CommandLine& line) {
 }  // namespace
 
 int main(int argc, char* argv[]) {
+    Kv::Device::keepLargeAllocationsInTheHeap();
     CommandLine line;
     try {
         line = parseCommandLine(argc, argv);

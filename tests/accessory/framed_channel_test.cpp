@@ -24,7 +24,7 @@ protected:
         Socket ours(io);
         asio::local::connect_pair(ours, other);
         channel = std::make_shared<Channel>(std::move(ours), "test session", 1024);
-        channel->start([this](const std::string& payload) { payloads.push_back(payload); },
+        channel->start([this](std::string_view payload) { payloads.emplace_back(payload); },
                        [this](const std::string& reason) { closeReason = reason; });
     }
 
@@ -103,7 +103,7 @@ TEST_F(FramedChannelTest, AMalformedPayloadEndsTheSessionThroughTheHandler) {
     Socket peer(io);
     asio::local::connect_pair(ours, peer);
     channel = std::make_shared<Channel>(std::move(ours), "strict session", 1024);
-    channel->start([](const std::string& payload) { decodeLinkMessage(payload); },
+    channel->start([](std::string_view payload) { decodeLinkMessage(payload); },
                    [this](const std::string& reason) { closeReason = reason; });
     asio::write(peer, asio::buffer(std::string("\0\0\0\2\xff\xff", 6)));
     ASSERT_TRUE(runUntil([this] { return closeReason.has_value(); }));

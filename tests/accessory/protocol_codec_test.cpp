@@ -1,6 +1,10 @@
 // The wire codec: frames, their bound, and the three message decoders.
 #include <gtest/gtest.h>
+
 #include <kv-accessory/Codec.h>
+#include <algorithm>
+#include <cstring>
+#include <vector>
 
 namespace {
 
@@ -21,7 +25,7 @@ TEST(ProtocolCodecTest, AClientMessageSurvivesTheRoundTrip) {
     const std::string frame = encodeFrame(sampleRequest());
     FrameDecoder decoder;
     decoder.feed(frame.data(), frame.size());
-    const std::optional<std::string> payload = decoder.next();
+    const std::optional<std::string_view> payload = decoder.next();
     ASSERT_TRUE(payload.has_value());
     const wire::ClientMessage decoded = decodeClientMessage(*payload);
     EXPECT_EQ(decoded.request().serial(), 42u);
@@ -62,6 +66,49 @@ TEST(ProtocolCodecTest, ATruncatedFrameWaitsForTheRest) {
     EXPECT_FALSE(decoder.next().has_value());
     decoder.feed(frame.data() + frame.size() - 1, 1);
     EXPECT_TRUE(decoder.next().has_value());
+}
+
+// A reader asks how much the frame being received still needs, reads into
+// the room the decoder gives, and takes views of the payloads; the buffer is
+// reused from frame to frame.
+TEST(ProtocolCodecTest, BytesReadIntoTheDecodersRoomGiveTheFramesInOrder) {
+    FrameDecoder decoder;
+    EXPECT_EQ(decoder.missing(), kFrameHeaderSize);
+    std::string stream;
+    for (int i = 0; i < 3; ++i) {
+        wire::LinkMessage message;
+        message.mutable_data()->set_data(std::string(300000 + i, static_cast<char>('a' + i)));
+        stream += encodeFrame(message);
+    }
+    std::vector<std::size_t> sizes;
+    const char* at = stream.data();
+    const char* const end = stream.data() + stream.size();
+    while (at < end) {
+        // Never more than the reader asked room for, as a socket read would.
+        const std::size_t room = std::max<std::size_t>(1000, decoder.missing());
+        const std::size_t count = std::min<std::size_t>(room, static_cast<std::size_t>(end - at));
+        std::memcpy(decoder.prepare(room), at, count);
+        decoder.commit(count);
+        at += count;
+        while (std::optional<std::string_view> payload = decoder.next()) {
+            const wire::LinkMessage message = decodeLinkMessage(*payload);
+            sizes.push_back(message.data().data().size());
+            EXPECT_EQ(message.data().data()[0], static_cast<char>('a' + sizes.size() - 1));
+        }
+    }
+    EXPECT_EQ(sizes, (std::vector<std::size_t>{300000, 300001, 300002}));
+    EXPECT_EQ(decoder.buffered(), 0u);
+    EXPECT_EQ(decoder.missing(), kFrameHeaderSize);
+}
+
+TEST(ProtocolCodecTest, TheMissingPartOfAFrameIsTheRestOfItsPayload) {
+    wire::LinkMessage message;
+    message.mutable_data()->set_data(std::string(5000, 'x'));
+    const std::string frame = encodeFrame(message);
+    FrameDecoder decoder;
+    decoder.feed(frame.data(), 10);
+    EXPECT_EQ(decoder.missing(), frame.size() - 10);
+    EXPECT_FALSE(decoder.next().has_value());
 }
 
 TEST(ProtocolCodecTest, AnOversizedFrameIsAProtocolError) {

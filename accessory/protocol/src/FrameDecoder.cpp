@@ -1,5 +1,8 @@
 #include <kv-accessory/Codec.h>
 
+#include <algorithm>
+#include <cstring>
+
 namespace Kv {
 namespace Accessory {
 
@@ -18,29 +21,68 @@ std::uint32_t readLength(const char* bytes) {
 FrameDecoder::FrameDecoder(std::size_t maxFrameSize) : m_maxFrameSize(maxFrameSize) {}
 
 void FrameDecoder::feed(const char* data, std::size_t size) {
-    // Consumed bytes are dropped before the buffer grows, so it holds at most
-    // one frame and a part of the next.
-    if (m_offset > 0) {
-        m_buffer.erase(0, m_offset);
-        m_offset = 0;
-    }
-    m_buffer.append(data, size);
+    std::memcpy(prepare(size), data, size);
+    commit(size);
 }
 
-std::optional<std::string> FrameDecoder::next() {
-    if (buffered() < kFrameHeaderSize) {
-        return std::nullopt;
+char* FrameDecoder::prepare(std::size_t size) {
+    if (m_begin == m_end) {
+        m_begin = m_end = 0;
     }
-    const std::uint32_t length = readLength(m_buffer.data() + m_offset);
+    if (m_capacity - m_end >= size) {
+        return m_data.get() + m_end;
+    }
+    // What was returned already goes first; the buffer grows only when the
+    // frame being received needs it, so it holds at most one frame and a
+    // part of the next.
+    const std::size_t held = m_end - m_begin;
+    if (m_capacity - held >= size) {
+        std::memmove(m_data.get(), m_data.get() + m_begin, held);
+    } else {
+        const std::size_t capacity = std::max(m_capacity * 2, held + size);
+        std::unique_ptr<char[]> grown(new char[capacity]);
+        if (held > 0) {
+            std::memcpy(grown.get(), m_data.get() + m_begin, held);
+        }
+        m_data = std::move(grown);
+        m_capacity = capacity;
+    }
+    m_begin = 0;
+    m_end = held;
+    return m_data.get() + m_end;
+}
+
+void FrameDecoder::commit(std::size_t size) { m_end = std::min(m_end + size, m_capacity); }
+
+std::size_t FrameDecoder::announcedLength() const {
+    const std::uint32_t length = readLength(m_data.get() + m_begin);
     if (length > m_maxFrameSize) {
         throw ProtocolError("frame of " + std::to_string(length) + " bytes exceeds the bound of " +
                             std::to_string(m_maxFrameSize));
     }
+    return length;
+}
+
+std::size_t FrameDecoder::missing() const {
+    if (buffered() < kFrameHeaderSize) {
+        return kFrameHeaderSize - buffered();
+    }
+    // An oversized frame is next()'s to refuse; here it needs nothing more.
+    const std::size_t length = readLength(m_data.get() + m_begin);
+    const std::size_t frame = kFrameHeaderSize + std::min(length, m_maxFrameSize);
+    return frame > buffered() ? frame - buffered() : 0;
+}
+
+std::optional<std::string_view> FrameDecoder::next() {
+    if (buffered() < kFrameHeaderSize) {
+        return std::nullopt;
+    }
+    const std::size_t length = announcedLength();
     if (buffered() < kFrameHeaderSize + length) {
         return std::nullopt;
     }
-    std::string payload = m_buffer.substr(m_offset + kFrameHeaderSize, length);
-    m_offset += kFrameHeaderSize + length;
+    const std::string_view payload(m_data.get() + m_begin + kFrameHeaderSize, length);
+    m_begin += kFrameHeaderSize + length;
     return payload;
 }
 

@@ -1,14 +1,17 @@
 #include <kv-accessory/Codec.h>
 
+#include <cstdint>
+
 namespace Kv {
 namespace Accessory {
 
 namespace {
 
 template <typename Message>
-Message parse(const std::string& payload, const char* what) {
+Message parse(std::string_view payload, const char* what) {
     Message message;
-    if (!message.ParseFromString(payload)) {
+    if (payload.size() > static_cast<std::size_t>(INT32_MAX) ||
+        !message.ParseFromArray(payload.data(), static_cast<int>(payload.size()))) {
         throw ProtocolError(std::string("malformed ") + what);
     }
     return message;
@@ -16,7 +19,7 @@ Message parse(const std::string& payload, const char* what) {
 
 }  // namespace
 
-wire::ClientMessage decodeClientMessage(const std::string& payload) {
+wire::ClientMessage decodeClientMessage(std::string_view payload) {
     auto message = parse<wire::ClientMessage>(payload, "client message");
     if (!message.has_request() || message.request().body_case() == wire::Request::BODY_NOT_SET) {
         throw ProtocolError("client message without a request");
@@ -24,7 +27,7 @@ wire::ClientMessage decodeClientMessage(const std::string& payload) {
     return message;
 }
 
-wire::ServiceMessage decodeServiceMessage(const std::string& payload) {
+wire::ServiceMessage decodeServiceMessage(std::string_view payload) {
     auto message = parse<wire::ServiceMessage>(payload, "service message");
     if (message.body_case() == wire::ServiceMessage::BODY_NOT_SET) {
         throw ProtocolError("service message without a body");
@@ -35,7 +38,7 @@ wire::ServiceMessage decodeServiceMessage(const std::string& payload) {
     return message;
 }
 
-wire::LinkMessage decodeLinkMessage(const std::string& payload) {
+wire::LinkMessage decodeLinkMessage(std::string_view payload) {
     auto message = parse<wire::LinkMessage>(payload, "link message");
     if (message.body_case() == wire::LinkMessage::BODY_NOT_SET) {
         throw ProtocolError("link message without a body");

@@ -7,9 +7,11 @@
 
 #include <cstddef>
 #include <cstdint>
+#include <memory>
 #include <optional>
 #include <stdexcept>
 #include <string>
+#include <string_view>
 
 #include "kv_accessory.pb.h"
 
@@ -39,7 +41,11 @@ public:
     using std::runtime_error::runtime_error;
 };
 
-// Splits a byte stream into frame payloads.
+// Splits a byte stream into frame payloads. Received bytes go into one
+// buffer that is reused for every frame: a reader asks for room with
+// prepare(), reads into it and says how much with commit() (feed() does both
+// for bytes it already has), then takes the payloads with next(), which are
+// views into the buffer, valid until the next prepare() or feed().
 class FrameDecoder {
 public:
     explicit FrameDecoder(std::size_t maxFrameSize = kMaxFrameSize);
@@ -47,17 +53,30 @@ public:
     // Appends received bytes.
     void feed(const char* data, std::size_t size);
 
+    // Room for at least `size` more bytes at the end of what was received.
+    char* prepare(std::size_t size);
+    // Takes `size` bytes written into the room that prepare() gave.
+    void commit(std::size_t size);
+
+    // How many more bytes the frame being received needs at least: the rest
+    // of its header, or of its payload once the header is known.
+    std::size_t missing() const;
+
     // The next complete payload, or nothing while the frame is incomplete.
     // Throws ProtocolError when the next frame announces more than the bound.
-    std::optional<std::string> next();
+    std::optional<std::string_view> next();
 
     // Bytes received and not yet returned as a payload.
-    std::size_t buffered() const { return m_buffer.size() - m_offset; }
+    std::size_t buffered() const { return m_end - m_begin; }
 
 private:
+    std::size_t announcedLength() const;
+
     std::size_t m_maxFrameSize;
-    std::string m_buffer;
-    std::size_t m_offset = 0;
+    std::unique_ptr<char[]> m_data;
+    std::size_t m_capacity = 0;
+    std::size_t m_begin = 0;  // the first byte not yet returned
+    std::size_t m_end = 0;    // one past the last byte received
 };
 
 // The frame of `message`. Throws ProtocolError when it would exceed the bound.
@@ -65,9 +84,9 @@ std::string encodeFrame(const google::protobuf::MessageLite& message);
 
 // Parse one payload into a message and check that the parts every receiver
 // relies on are there. Throw ProtocolError naming what is wrong.
-wire::ClientMessage decodeClientMessage(const std::string& payload);
-wire::ServiceMessage decodeServiceMessage(const std::string& payload);
-wire::LinkMessage decodeLinkMessage(const std::string& payload);
+wire::ClientMessage decodeClientMessage(std::string_view payload);
+wire::ServiceMessage decodeServiceMessage(std::string_view payload);
+wire::LinkMessage decodeLinkMessage(std::string_view payload);
 
 }  // namespace Accessory
 }  // namespace Kv
