@@ -2,6 +2,8 @@
 #include <kv-accessory/DeviceIdentity.h>
 #include <kv-accessory/Pairing.h>
 
+#include <sys/socket.h>
+#include <sys/time.h>
 #include <asio.hpp>
 #include <cstdint>
 #include <stdexcept>
@@ -15,6 +17,8 @@ namespace {
 // certificate.
 constexpr char kGreeting[] = "kv-accessory pairing 1\n";
 constexpr std::uint32_t kLongestCertificate = 64 * 1024;
+// How long the other side has to send its certificate once connected.
+constexpr int kExchangeSeconds = 30;
 
 std::string folderName(const std::string& path) {
     const std::size_t slash = path.rfind('/');
@@ -50,7 +54,8 @@ std::string receiveCertificate(asio::ip::tcp::socket& socket) {
     return certificate;
 }
 
-asio::ip::tcp::socket openExchange(asio::io_context& io, bool listen, const std::string& hostPort) {
+asio::ip::tcp::socket openExchange(asio::io_context& io, bool listen, const std::string& hostPort,
+                                   const std::function<void(unsigned short)>& listening) {
     const std::size_t colon = hostPort.rfind(':');
     if (colon == std::string::npos) {
         throw std::runtime_error("expected HOST:PORT, got \"" + hostPort + "\"");
@@ -66,11 +71,18 @@ asio::ip::tcp::socket openExchange(asio::io_context& io, bool listen, const std:
         acceptor.set_option(asio::ip::tcp::acceptor::reuse_address(true));
         acceptor.bind(endpoint);
         acceptor.listen(1);
+        if (listening) {
+            listening(acceptor.local_endpoint().port());
+        }
         acceptor.accept(socket);
     } else {
         asio::ip::tcp::resolver resolver(io);
         asio::connect(socket, resolver.resolve(host, port));
     }
+    // A peer that goes silent ends the exchange instead of holding it.
+    const timeval limit{kExchangeSeconds, 0};
+    ::setsockopt(socket.native_handle(), SOL_SOCKET, SO_RCVTIMEO, &limit, sizeof limit);
+    ::setsockopt(socket.native_handle(), SOL_SOCKET, SO_SNDTIMEO, &limit, sizeof limit);
     return socket;
 }
 
@@ -83,15 +95,16 @@ void pairFolders(const std::string& deviceA, const std::string& deviceB) {
     pinPeer(deviceB, ownCertificate(deviceA));
 }
 
-bool pairOverNetwork(const std::string& device, bool listen, const std::string& hostPort,
-                     const std::function<bool(const std::string& code,
-                                              const std::string& peerFingerprint)>& confirm) {
+bool pairOverNetwork(
+    const std::string& device, bool listen, const std::string& hostPort,
+    const std::function<bool(const std::string& code, const std::string& peerFingerprint)>& confirm,
+    const std::function<void(unsigned short port)>& listening) {
     ensureIdentity(device, folderName(device));
     const std::string own = ownCertificate(device);
     asio::io_context io;
     std::string other;
     try {
-        asio::ip::tcp::socket socket = openExchange(io, listen, hostPort);
+        asio::ip::tcp::socket socket = openExchange(io, listen, hostPort, listening);
         sendCertificate(socket, own);
         other = receiveCertificate(socket);
     } catch (const std::system_error& error) {

@@ -84,7 +84,12 @@ void pairRemote(const std::vector<std::string>& arguments) {
         throw UsageError("pair DIR needs --listen HOST:PORT or --connect HOST:PORT");
     }
     const std::string device = absolute(arguments[0]);
-    if (!pairOverNetwork(device, arguments[1] == "--listen", arguments[2], confirmCode)) {
+    const auto listening = [&](unsigned short port) {
+        const std::string host = arguments[2].substr(0, arguments[2].rfind(':'));
+        std::cout << "waiting for the other device on " << host << ":" << port << std::endl;
+    };
+    if (!pairOverNetwork(device, arguments[1] == "--listen", arguments[2], confirmCode,
+                         listening)) {
         std::cout << "not paired\n";
         throw std::runtime_error("the codes were not confirmed; nothing was pinned");
     }

@@ -4,11 +4,10 @@
 #include <kv-accessory/DeviceIdentity.h>
 #include <kv-accessory/Pairing.h>
 #include <kv-device/Device.h>
-#include <netinet/in.h>
-#include <sys/socket.h>
-#include <unistd.h>
 
-#include <future>
+#include <sys/wait.h>
+
+#include <cstdio>
 #include <regex>
 
 #include "AccessoryTestSupport.h"
@@ -21,18 +20,41 @@ using Kv::Accessory::certificateFingerprint;
 using Kv::Accessory::ownCertificate;
 using Kv::Accessory::pinnedCertificate;
 
-// A loopback port that was free a moment ago.
-unsigned short freePort() {
-    const int fd = ::socket(AF_INET, SOCK_STREAM, 0);
-    sockaddr_in address{};
-    address.sin_family = AF_INET;
-    address.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
-    socklen_t length = sizeof address;
-    ::bind(fd, reinterpret_cast<sockaddr*>(&address), length);
-    ::getsockname(fd, reinterpret_cast<sockaddr*>(&address), &length);
-    ::close(fd);
-    return ntohs(address.sin_port);
-}
+// The listening side of a network pairing, run with `answer` on its
+// standard input; it tells the port the system chose for it.
+class Listener {
+public:
+    Listener(const std::string& device, const std::string& answer) {
+        const std::string command = "echo " + answer + " | " + KV_ACCESSORY_TOOL_PATH + " pair " +
+                                    device + " --listen 127.0.0.1:0 2>&1";
+        m_pipe = ::popen(command.c_str(), "r");
+        char line[512];
+        if (m_pipe != nullptr && std::fgets(line, sizeof line, m_pipe) != nullptr) {
+            m_output = line;
+        }
+        std::smatch match;
+        if (std::regex_search(m_output, match, std::regex("127\\.0\\.0\\.1:([0-9]+)"))) {
+            m_address = "127.0.0.1:" + match[1].str();
+        }
+    }
+
+    const std::string& address() const { return m_address; }
+
+    // Waits for the end; its output and exit code.
+    ProcessResult finish() {
+        char buffer[512];
+        while (std::fgets(buffer, sizeof buffer, m_pipe) != nullptr) {
+            m_output += buffer;
+        }
+        const int status = ::pclose(m_pipe);
+        return {WIFEXITED(status) ? WEXITSTATUS(status) : -1, m_output};
+    }
+
+private:
+    FILE* m_pipe = nullptr;
+    std::string m_output;
+    std::string m_address;
+};
 
 // Runs the tool with `answer` on its standard input.
 ProcessResult tool(const std::string& arguments, const std::string& answer) {
@@ -79,18 +101,11 @@ TEST_F(ToolPairingTest, TwoLocalFoldersPinEachOther) {
 TEST_F(ToolPairingTest, DevicesOfTwoHostsShowOneCodeAndPinOnlyWhenConfirmed) {
     const std::string watch = device("watch");
     const std::string phone = device("phone");
-    const std::string address = "127.0.0.1:" + std::to_string(freePort());
-    auto listening = std::async(
-        std::launch::async, [&] { return tool("pair " + watch + " --listen " + address, "y"); });
-    ProcessResult connecting;
-    for (int attempt = 0; attempt < 50; ++attempt) {
-        connecting = tool("pair " + phone + " --connect " + address, "y");
-        if (connecting.exitCode == 0 || !codeIn(connecting.output).empty()) {
-            break;
-        }
-        std::this_thread::sleep_for(milliseconds(50));  // the listener is not up yet
-    }
-    const ProcessResult listened = listening.get();
+    Listener listener(watch, "y");
+    ASSERT_FALSE(listener.address().empty());
+    const ProcessResult connecting =
+        tool("pair " + phone + " --connect " + listener.address(), "y");
+    const ProcessResult listened = listener.finish();
     ASSERT_EQ(listened.exitCode, 0) << listened.output;
     ASSERT_EQ(connecting.exitCode, 0) << connecting.output;
     EXPECT_FALSE(codeIn(listened.output).empty()) << listened.output;
@@ -102,18 +117,11 @@ TEST_F(ToolPairingTest, DevicesOfTwoHostsShowOneCodeAndPinOnlyWhenConfirmed) {
 TEST_F(ToolPairingTest, ACodeThatIsNotConfirmedPinsNothing) {
     const std::string watch = device("watch");
     const std::string phone = device("phone");
-    const std::string address = "127.0.0.1:" + std::to_string(freePort());
-    auto listening = std::async(
-        std::launch::async, [&] { return tool("pair " + watch + " --listen " + address, "n"); });
-    ProcessResult connecting;
-    for (int attempt = 0; attempt < 50; ++attempt) {
-        connecting = tool("pair " + phone + " --connect " + address, "y");
-        if (!codeIn(connecting.output).empty()) {
-            break;
-        }
-        std::this_thread::sleep_for(milliseconds(50));
-    }
-    const ProcessResult listened = listening.get();
+    Listener listener(watch, "n");
+    ASSERT_FALSE(listener.address().empty());
+    const ProcessResult connecting =
+        tool("pair " + phone + " --connect " + listener.address(), "y");
+    const ProcessResult listened = listener.finish();
     EXPECT_NE(listened.exitCode, 0);
     EXPECT_NE(listened.output.find("not paired"), std::string::npos) << listened.output;
     EXPECT_FALSE(pinnedCertificate(watch).has_value());

@@ -18,10 +18,14 @@ void pairFolders(const std::string& deviceA, const std::string& deviceB);
 // side shows a six-digit code made from both. `confirm` is shown the code
 // and the other device's fingerprint and answers whether the user saw the
 // same code on the other device; only then is the other certificate pinned.
-// Returns whether it was. Throws std::runtime_error when the exchange fails.
-bool pairOverNetwork(const std::string& device, bool listen, const std::string& hostPort,
-                     const std::function<bool(const std::string& code,
-                                              const std::string& peerFingerprint)>& confirm);
+// Returns whether it was. Throws std::runtime_error when the exchange fails
+// (the other side must send its certificate within 30 s of connecting).
+// `listening`, when given, is told the port the listening side waits on (the
+// system's choice for port 0).
+bool pairOverNetwork(
+    const std::string& device, bool listen, const std::string& hostPort,
+    const std::function<bool(const std::string& code, const std::string& peerFingerprint)>& confirm,
+    const std::function<void(unsigned short port)>& listening = nullptr);
 
 // Forgets the device's pin: its daemon links with nobody until it is paired
 // again (a link that is up is dropped when the daemon runs).
