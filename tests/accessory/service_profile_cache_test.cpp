@@ -33,8 +33,11 @@ const char* const kProfiles = R"(<?xml version="1.0"?>
 </resources>
 )";
 
-// A device of its own with the app installed from a scratch folder whose
-// profile file holds `profiles`.
+// A device of its own with the app installed from a scratch folder and its
+// profile file holding `profiles`. The file is written into the installed
+// app, as for an app installed before installs checked service profiles:
+// the profiles here break the schema on purpose, to show what the reader
+// makes of them.
 class ServiceProfileCacheTest : public testing::Test {
 protected:
     void SetUp() override { install(kProfiles); }
@@ -44,8 +47,8 @@ protected:
         makeAppFolder(app, "profiles", kAppId,
                       std::string("  <metadata key=\"AccessoryServicesLocation\" value=\"") +
                           kLocation + "\"/>\n");
-        writeTextFile(app + "/" + kLocation, profiles);
         Kv::Device::installApp(app);
+        writeTextFile(installedFile(), profiles);
     }
 
     // The installed profile file, where the daemon reads it.

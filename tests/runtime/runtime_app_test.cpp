@@ -118,6 +118,47 @@ TEST_F(RuntimeAppTest, InstallOfABadFolderIsAClearError) {
     EXPECT_EQ(kvRuntime({"list"}).out, "");
 }
 
+// An app's service-profile file is checked against the schema on install:
+// a valid one installs, a malformed one and one that breaks the schema are
+// refused (exit code 1) with the file, the line and what is wrong.
+TEST_F(RuntimeAppTest, InstallChecksTheServiceProfile) {
+    const std::string folder = m_dir.file("apps/profiled1");
+    const std::string profile = folder + "/res/xml/services.xml";
+    writeFile(folder + "/config.xml",
+              "<widget>\n"
+              "  <application id=\"profiled1.App\" package=\"profiled1\"/>\n"
+              "  <metadata key=\"AccessoryServicesLocation\" value=\"res/xml/services.xml\"/>\n"
+              "  <content src=\"main.js\"/>\n"
+              "</widget>\n");
+    writeFile(folder + "/main.js", "runtime.exit(0);\n");
+    const std::string head = "<?xml version=\"1.0\"?>\n<resources>\n<application>\n";
+    const std::string tail = "</application>\n</resources>\n";
+
+    writeFile(profile, head + "<serviceProfile id=\"/t/a\" role=\"provider\">\n" +
+                           "<serviceChannel id=\"1\"/>\n</serviceProfile>\n" + tail);
+    const ProcessResult valid = kvRuntime({"install", folder});
+    EXPECT_EQ(valid.exitCode, 0) << valid.err;
+    EXPECT_EQ(valid.out, "profiled1.App\n");
+
+    writeFile(profile, head + "<serviceProfile id=\"/t/a\">\n<serviceChannel id=\"1\">\n" +
+                           "</serviceProfile>\n" + tail);
+    const ProcessResult malformed = kvRuntime({"install", folder});
+    EXPECT_EQ(malformed.exitCode, 1);
+    EXPECT_EQ(malformed.out, "");
+    EXPECT_TRUE(contains(malformed.err, "kv-runtime: cannot install " + folder + ": " + profile +
+                                            ":6: not well-formed XML: "))
+        << malformed.err;
+
+    writeFile(profile, head + "<serviceProfile id=\"/t/a\" role=\"server\"/>\n" + tail);
+    const ProcessResult breaking = kvRuntime({"install", folder});
+    EXPECT_EQ(breaking.exitCode, 1);
+    EXPECT_TRUE(contains(breaking.err, profile +
+                                           ":4: breaks the service-profile schema: Element "
+                                           "'serviceProfile', attribute 'role': 'server' is not "
+                                           "one of provider, consumer"))
+        << breaking.err;
+}
+
 TEST_F(RuntimeAppTest, UsageErrorsExitWith2AndShowTheUsage) {
     for (const auto& arguments :
          std::vector<std::vector<std::string>>{{},

@@ -2,6 +2,7 @@
 // apps up by their config.xml files.
 #include <kv-device/AppRegistry.h>
 #include <kv-device/Device.h>
+#include <kv-device/ServiceProfileSchema.h>
 
 #include <Logger.h>
 
@@ -86,11 +87,48 @@ void replaceFolder(const fs::path& staged, const fs::path& target) {
     fs::remove_all(old, error);
 }
 
+// The metadata key whose value names the app's service-profile file.
+constexpr char kProfileLocationKey[] = "AccessoryServicesLocation";
+
+// Checks the service-profile file that the app in `source` names, if any,
+// against the schema. As for the readers, the last entry of the key counts,
+// and the location is taken relative to the app folder (a leading "/" too).
+// A named file that is missing is only logged: the app then gets no agents,
+// as it would without the metadata.
+void checkProfileOf(const fs::path& source, const AppInfo& info) {
+    std::string location;
+    for (const auto& [key, value] : info.metadata) {
+        if (key == kProfileLocationKey) {
+            location = value;
+        }
+    }
+    const std::string relative =
+        location.substr(std::min(location.find_first_not_of('/'), location.size()));
+    if (relative.empty()) {
+        return;
+    }
+    const fs::path inside = fs::path(relative).lexically_normal();
+    if (inside.empty() || *inside.begin() == "..") {
+        throw std::runtime_error((source / kAppConfigFile).string() + ": the " +
+                                 kProfileLocationKey + " \"" + location +
+                                 "\" leaves the app folder");
+    }
+    const fs::path profile = source / inside;
+    std::error_code error;
+    if (!fs::exists(profile, error)) {
+        LoggerW(profile.string() << ", named by " << kProfileLocationKey
+                                 << ", is missing: the app will get no accessory agents");
+        return;
+    }
+    checkServiceProfile(profile.string());
+}
+
 }  // namespace
 
 AppInfo installApp(const std::string& appFolder) {
     const fs::path source = fs::absolute(appFolder).lexically_normal();
     AppInfo info = parseAppConfig((source / kAppConfigFile).string());
+    checkProfileOf(source, info);
     const fs::path package = hostPath(packageRoot(info.package));
     makeFolders({package / "res", package / (kPackageDataDir + 1), package / (kPackageTmpDir + 1)});
     const fs::path staged = package / "res" / (".new-" + std::to_string(getpid()));

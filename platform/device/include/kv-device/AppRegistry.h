@@ -31,10 +31,13 @@ struct AppInfo {
 // package, the content element's src).
 AppInfo parseAppConfig(const std::string& configXmlPath);
 
-// Installs the app in the folder `appFolder`: validates its config.xml and
-// copies the folder to hostPath("/opt/usr/apps/<package>/res/wgt"),
-// replacing an older install of the package (its data and tmp folders are
-// kept). Throws std::runtime_error; a failed install leaves the older one.
+// Installs the app in the folder `appFolder`: validates its config.xml,
+// checks the service-profile file that its metadata "AccessoryServicesLocation"
+// names against the schema (<kv-device/ServiceProfileSchema.h>; a named file
+// that is missing is only logged), and copies the folder to
+// hostPath("/opt/usr/apps/<package>/res/wgt"), replacing an older install of
+// the package (its data and tmp folders are kept). Throws std::runtime_error
+// with "<file>:<line>: <reason>"; a failed install leaves the older one.
 AppInfo installApp(const std::string& appFolder);
 
 // The installed app with this id; packages whose config.xml is broken are

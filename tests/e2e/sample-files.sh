@@ -1,0 +1,54 @@
+#!/usr/bin/env bash
+# The file sample (examples/watch-files, examples/phone-files) on a fresh pair
+# of devices, run by tools/pair-run.sh with a 64 MiB file on the phone: a file
+# taken into a chosen path, a refused one, a cancel by the sender and one by
+# the receiver, and two files into the default folder, the second of which
+# must not replace the first.
+#   sample-files.sh BUILD_DIR WORK_DIR
+set -euo pipefail
+
+BUILD="$(cd "${1:?usage: sample-files.sh BUILD_DIR WORK_DIR}" && pwd)"
+WORK="${2:?work folder}"
+ROOT="$(cd "$(dirname "${BASH_SOURCE[0]}")/../.." && pwd)"
+NOTES="$ROOT/examples/phone-files/files/notes.txt"
+
+fail() {
+    printf 'sample test failed: %s\n' "$*" >&2
+    exit 1
+}
+expect() {
+    grep -qE -- "$1" "$WORK/transcript.txt" || fail "the transcript lacks: $1"
+}
+
+rm -rf "$WORK"
+mkdir -p "$WORK"
+head -c 64M /dev/zero | tr '\0' 'k' >"$WORK/big.bin"
+
+status=0
+"$ROOT/tools/pair-run.sh" --build "$BUILD" --work "$WORK" --timeout 60 \
+    --phone-file "$WORK/big.bin" /opt/usr/media/Documents/big.bin \
+    "$ROOT/examples/watch-files" "$ROOT/examples/phone-files" || status=$?
+[ "$status" -eq 0 ] || fail "pair-run ended with $status"
+
+expect "watch: received file:///opt/usr/media/Documents/phone-notes.txt"
+expect "watch: refusing photo.svg"
+expect "phone: transfer [0-9]+ failed: PEER_REJECTED"
+expect "phone: cancelling transfer [0-9]+ at"
+expect "phone: transfer [0-9]+ failed: UNKNOWN_ERROR"
+expect "watch: cancelling transfer [0-9]+ at"
+expect "watch: transfer [0-9]+ failed: UNKNOWN_ERROR"
+expect "watch: received file:///opt/usr/media/Downloads/notes.txt"
+expect "watch: received file:///opt/usr/media/Downloads/notes \\(1\\).txt"
+expect "phone: all files done"
+expect "watch: done"
+[ "$(grep -c "failed: PEER_REJECTED" "$WORK/transcript.txt")" -eq 2 ] ||
+    fail "the phone must hear PEER_REJECTED twice: for the photo and for the watch's cancel"
+
+media="$WORK/watch/fs/opt/usr/media"
+for received in "$media/Documents/phone-notes.txt" "$media/Downloads/notes.txt" \
+    "$media/Downloads/notes (1).txt"; do
+    cmp -s "$NOTES" "$received" || fail "$received is not the phone's notes.txt"
+done
+left="$(find "$media" -name '*big.bin*')"
+[ -z "$left" ] || fail "a cancelled file was left behind: $left"
+echo "every file went where the watch said, and the cancelled ones left nothing"

@@ -1,0 +1,178 @@
+#!/usr/bin/env bash
+# Runs two apps on a fresh pair of emulated devices and shows what they did.
+#
+#   pair-run.sh [OPTIONS] APP_A APP_B [-- ARGUMENT...]
+#
+# APP_A is installed on a fresh "watch", APP_B on a fresh "phone"; the two
+# devices are paired and their accessory services linked over TLS on
+# loopback. Both apps run at once, each with the ARGUMENTs as runtime.args.
+# When both have ended, one transcript of their output is printed, in time
+# order (milliseconds since the start, device, app, line), followed by the
+# results: each app's exit code, the files in the devices' media folders with
+# their sizes and SHA-256 checksums, and where the devices and logs are.
+#
+# Options:
+#   --build DIR            the build folder (default: $KV_BUILD, else build/ of the repository)
+#   --work DIR             the folder for the devices and logs (default: a new one under /tmp);
+#                          its watch/ and phone/ folders are made afresh
+#   --timeout SECONDS      stop an app that runs longer (default 60; exit code 124)
+#   --watch-file FILE PATH put a copy of FILE at the device path PATH of the watch before
+#   --phone-file FILE PATH   the apps start (e.g. /opt/usr/media/Documents/report.txt)
+#   --insecure             link the devices over plain TCP instead of TLS
+#   --verbose              platform logs go into the transcript instead of log files
+#
+# Exits with 0 when both apps ended with 0, 1 when one did not, 2 on a usage error.
+set -euo pipefail
+
+ROOT="$(cd "$(dirname "${BASH_SOURCE[0]}")/.." && pwd)"
+
+usage() {
+    awk 'NR > 1 && /^#/ { sub(/^# ?/, ""); print; next } NR > 1 { exit }' "${BASH_SOURCE[0]}" >&2
+    exit 2
+}
+fail() {
+    printf 'pair-run: %s\n' "$*" >&2
+    exit 1
+}
+
+BUILD="${KV_BUILD:-$ROOT/build}"
+WORK=""
+TIMEOUT=60
+INSECURE=()
+VERBOSE=0
+WATCH_FILES=()
+PHONE_FILES=()
+APPS=()
+ARGS=()
+
+while [ $# -gt 0 ]; do
+    case "$1" in
+        --build) [ $# -ge 2 ] || usage; BUILD="$2"; shift 2 ;;
+        --work) [ $# -ge 2 ] || usage; WORK="$2"; shift 2 ;;
+        --timeout) [ $# -ge 2 ] && [[ "$2" =~ ^[0-9]+$ ]] || usage; TIMEOUT="$2"; shift 2 ;;
+        --watch-file) [ $# -ge 3 ] || usage; WATCH_FILES+=("$2" "$3"); shift 3 ;;
+        --phone-file) [ $# -ge 3 ] || usage; PHONE_FILES+=("$2" "$3"); shift 3 ;;
+        --insecure) INSECURE=(--insecure); shift ;;
+        --verbose) VERBOSE=1; shift ;;
+        --) shift; ARGS=("$@"); break ;;
+        -*) usage ;;
+        *) APPS+=("$1"); shift ;;
+    esac
+done
+[ "${#APPS[@]}" -eq 2 ] || usage
+
+RUNTIME="$BUILD/runtime/kv-runtime"
+ACCESSORY="$BUILD/accessory/kv-accessory"
+PLUGINS="$BUILD/plugins"
+for program in "$RUNTIME" "$ACCESSORY"; do
+    [ -x "$program" ] || fail "$program is missing: build first (./kv build)"
+done
+for app in "${APPS[@]}"; do
+    [ -f "$app/config.xml" ] || fail "$app is no app folder (it has no config.xml)"
+done
+
+if [ -z "$WORK" ]; then
+    WORK="$(mktemp -d "${TMPDIR:-/tmp}/kv-pair.XXXXXX")"
+fi
+mkdir -p "$WORK"
+WORK="$(cd "$WORK" && pwd)"
+WATCH="$WORK/watch"
+PHONE="$WORK/phone"
+
+stop_devices() { "$ACCESSORY" stop "$WATCH" "$PHONE" >/dev/null 2>&1 || true; }
+trap stop_devices EXIT
+
+say() { printf '==> %s\n' "$*"; }
+
+# Puts the host files of a FILE PATH list into a device.
+put_files() {
+    local device="$1"
+    shift
+    while [ $# -ge 2 ]; do
+        [ -f "$1" ] || fail "no such file: $1"
+        mkdir -p "$(dirname "$device/fs$2")"
+        cp "$1" "$device/fs$2"
+        shift 2
+    done
+}
+
+rm -rf "$WATCH" "$PHONE" "$WORK"/*.out "$WORK"/*.log "$WORK"/*.exit
+"$ACCESSORY" create "$WATCH" "$PHONE" >/dev/null || fail "cannot create the devices"
+"$ACCESSORY" pair "$WATCH" "$PHONE" "${INSECURE[@]}" >/dev/null || fail "cannot pair the devices"
+watch_app="$("$RUNTIME" --device "$WATCH" install "${APPS[0]}")" || fail "cannot install ${APPS[0]} on the watch"
+phone_app="$("$RUNTIME" --device "$PHONE" install "${APPS[1]}")" || fail "cannot install ${APPS[1]} on the phone"
+put_files "$WATCH" "${WATCH_FILES[@]}"
+put_files "$PHONE" "${PHONE_FILES[@]}"
+say "watch: ${APPS[0]} ($watch_app); phone: ${APPS[1]} ($phone_app)"
+
+START_US="${EPOCHREALTIME//[!0-9]/}"
+
+# Prefixes each line of its input with the microseconds since the start.
+stamp() {
+    local line now
+    while IFS= read -r line || [ -n "$line" ]; do
+        now="${EPOCHREALTIME//[!0-9]/}"
+        printf '%d\t%s\n' "$((now - START_US))" "$line"
+    done
+}
+
+# Runs one app; its stamped output goes to <label>.out, its exit code to
+# <label>.exit.
+run_app() {
+    local label="$1" device="$2" app="$3" status=0
+    local environment=()
+    [ "$VERBOSE" = 1 ] || environment=(KV_LOG_FILE="$WORK/$label.log")
+    env "${environment[@]}" "$RUNTIME" --device "$device" run "$app" --plugins "$PLUGINS" \
+        --timeout "$TIMEOUT" -- "${ARGS[@]}" 2>&1 | stamp >"$WORK/$label.out" || status=$?
+    echo "$status" >"$WORK/$label.exit"
+}
+
+run_app watch "$WATCH" "$watch_app" &
+watch_runner=$!
+run_app phone "$PHONE" "$phone_app" &
+phone_runner=$!
+wait "$watch_runner" "$phone_runner" || true
+
+# The transcript: both outputs merged by time (a stable sort keeps each
+# app's own order), with the milliseconds, the device and the app in front of
+# each line.
+{
+    awk -F '\t' -v OFS='\t' -v app="$watch_app" '{ print $1, "watch", app, substr($0, length($1) + 2) }' "$WORK/watch.out"
+    awk -F '\t' -v OFS='\t' -v app="$phone_app" '{ print $1, "phone", app, substr($0, length($1) + 2) }' "$WORK/phone.out"
+} | sort -s -t "$(printf '\t')" -k1,1n |
+    awk -F '\t' -v width="$(( ${#watch_app} > ${#phone_app} ? ${#watch_app} : ${#phone_app} ))" \
+        '{ printf "%7d ms  %-5s  %-*s  %s\n", $1 / 1000, $2, width, $3, substr($0, length($1 $2 $3) + 4) }' |
+    tee "$WORK/transcript.txt"
+
+watch_status="$(cat "$WORK/watch.exit")"
+phone_status="$(cat "$WORK/phone.exit")"
+
+# The files of a device's media folders: path, size, checksum.
+list_files() {
+    local label="$1" device="$2" file size sum
+    while IFS= read -r -d '' file; do
+        size="$(stat -c %s "$file")"
+        sum="$(sha256sum "$file" | cut -d' ' -f1)"
+        printf '  %-5s  %s  %s bytes  sha256 %s\n' "$label" "${file#"$device/fs"}" "$size" "$sum"
+    done < <(find "$device/fs/opt/usr/media" -type f -print0 2>/dev/null | sort -z)
+}
+
+echo
+say "results"
+printf '  watch  %s  exit %s\n' "$watch_app" "$watch_status"
+printf '  phone  %s  exit %s\n' "$phone_app" "$phone_status"
+files="$(list_files watch "$WATCH"; list_files phone "$PHONE")"
+if [ -n "$files" ]; then
+    echo "  files in the media folders:"
+    printf '%s\n' "$files" | sed 's/^/  /'
+fi
+echo "  transcript: $WORK/transcript.txt"
+if [ "$VERBOSE" = 1 ]; then
+    echo "  platform logs: in the transcript"
+else
+    echo "  platform logs: $WORK/watch.log, $WORK/phone.log"
+fi
+echo "  accessory service logs: $WATCH/accessoryd.log, $PHONE/accessoryd.log"
+echo "  devices: $WATCH, $PHONE"
+
+[ "$watch_status" = 0 ] && [ "$phone_status" = 0 ]
