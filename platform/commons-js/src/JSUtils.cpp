@@ -4,6 +4,8 @@
 
 #include "Utf8.h"
 
+#include <algorithm>
+#include <memory>
 #include <vector>
 
 namespace WrtDeviceApis {
@@ -16,9 +18,11 @@ using Commons::ConversionException;
 static_assert(sizeof(JSChar) == sizeof(char16_t));
 
 JSStringPtr JSUtils::makeJSString(const std::string& text) {
-    const std::u16string units = utf8ToUtf16(text);
+    // Not zero-filled: the codec writes every unit it reports.
+    const std::unique_ptr<char16_t[]> units(new char16_t[std::max<std::size_t>(text.size(), 1)]);
+    const std::size_t length = utf8ToUtf16(text, units.get());
     return JSStringPtr(
-        JSStringCreateWithCharacters(reinterpret_cast<const JSChar*>(units.data()), units.size()));
+        JSStringCreateWithCharacters(reinterpret_cast<const JSChar*>(units.get()), length));
 }
 
 std::string JSUtils::toString(JSStringRef string) {

@@ -73,6 +73,16 @@ char32_t nextUtf8(std::string_view text, std::size_t& at) {
     return point;
 }
 
+char16_t* putUtf16(char32_t point, char16_t* out) {
+    if (point >= 0x10000) {
+        *out++ = static_cast<char16_t>(0xD800 + ((point - 0x10000) >> 10));
+        *out++ = static_cast<char16_t>(0xDC00 + ((point - 0x10000) & 0x3FF));
+    } else {
+        *out++ = static_cast<char16_t>(point);
+    }
+    return out;
+}
+
 }  // namespace
 
 std::string utf16ToUtf8(const char16_t* units, std::size_t length) {
@@ -96,19 +106,19 @@ std::string utf16ToUtf8(const char16_t* units, std::size_t length) {
     return text;
 }
 
-std::u16string utf8ToUtf16(std::string_view text) {
-    std::u16string units;
-    units.reserve(text.size());
-    for (std::size_t at = 0; at < text.size();) {
-        const char32_t point = nextUtf8(text, at);
-        if (point >= 0x10000) {
-            units.push_back(static_cast<char16_t>(0xD800 + ((point - 0x10000) >> 10)));
-            units.push_back(static_cast<char16_t>(0xDC00 + ((point - 0x10000) & 0x3FF)));
+std::size_t utf8ToUtf16(std::string_view text, char16_t* out) {
+    char16_t* const start = out;
+    const std::size_t size = text.size();
+    for (std::size_t at = 0; at < size;) {
+        const unsigned char byte = static_cast<unsigned char>(text[at]);
+        if (byte < 0x80) {
+            *out++ = byte;
+            ++at;
         } else {
-            units.push_back(static_cast<char16_t>(point));
+            out = putUtf16(nextUtf8(text, at), out);
         }
     }
-    return units;
+    return static_cast<std::size_t>(out - start);
 }
 
 }  // namespace CommonsJavaScript
