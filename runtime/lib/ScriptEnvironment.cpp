@@ -43,9 +43,11 @@ ScriptEnvironment::ScriptEnvironment() {
     m_timers = std::make_unique<TimerRegistry>(*this);
     installGlobals();
     // What a plug-in's callback throws is uncaught as much as what a timer
-    // callback throws, and is reported the same way.
-    ScriptExceptionHost::attach(m_context,
-                                [this](JSValueRef exception) { reportUncaught(exception); });
+    // callback throws, and is reported the same way; once the app is ending,
+    // plug-ins call none of its callbacks.
+    ScriptExceptionHost::attach(
+        m_context, [this](JSValueRef exception) { reportUncaught(exception); },
+        [this] { return !m_exit.exitRequested(); });
 }
 
 ScriptEnvironment::~ScriptEnvironment() {

@@ -113,6 +113,10 @@ void JSCallbacksManager::makeCallback(JSContextRef context, JSObjectRef object,
         LoggerW("callback is not a function");
         return;
     }
+    if (!ScriptExceptionHost::scriptRuns(context)) {
+        LoggerD("the app is ending: callback not called");
+        return;
+    }
     JSValueRef exception = nullptr;
     JSObjectCallAsFunction(context, callback, object, count, count > 0 ? arguments : nullptr,
                            &exception);

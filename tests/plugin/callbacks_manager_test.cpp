@@ -103,6 +103,19 @@ TEST_F(JSCallbacksManagerTest, ThrowingCallbackIsHandedToTheHostOfItsContext) {
     EXPECT_EQ(heard(), "a(1)");
 }
 
+TEST_F(JSCallbacksManagerTest, NoCallbackRunsOnceTheAppIsEnding) {
+    bool running = true;
+    ScriptExceptionHost::attach(
+        context.get(), [](JSValueRef) {}, [&running] { return running; });
+    JSCallbacksManager callbacks(context.get(), value("record('a')"), value("record('b')"));
+    callbacks.callFirstCallback(value("1"));
+    running = false;
+    callbacks.callSecondCallback(value("2"));
+    callbacks.callFirstCallback(value("3"));
+    ScriptExceptionHost::detach(context.get());
+    EXPECT_EQ(heard(), "a(1)");
+}
+
 TEST_F(JSCallbacksManagerTest, HeldCallbacksSurviveCollection) {
     JSCallbacksManager callbacks(context.get(), value("record('kept')"));
     context.collectGarbage();

@@ -137,6 +137,22 @@ TEST_F(CallbackManagerTest, AThrowingCallbackIsHandedToTheHostOfItsContext) {
     EXPECT_TRUE(capture.contains(DLOG_ERROR, "The error callback threw: Error: lost"));
 }
 
+TEST_F(CallbackManagerTest, NoCallbackRunsOnceTheHostSaysItsScriptHasEnded) {
+    bool running = true;
+    ScriptExceptionHost::attach(
+        m_context, [](JSValueRef) {}, [&running] { return running; });
+    JSCallbackManagerPtr manager = JSCallbackManager::createObject(
+        m_context, eval("record('success')"), eval("record('error')"));
+    manager->callOnSuccess();
+    running = false;
+    EXPECT_FALSE(ScriptExceptionHost::scriptRuns(m_context));
+    manager->callOnSuccess();
+    manager->callOnError();
+    ScriptExceptionHost::detach(m_context);
+    EXPECT_TRUE(holds("calls.length === 1 && calls[0].kind === 'success'"));
+    EXPECT_TRUE(ScriptExceptionHost::scriptRuns(m_context));
+}
+
 TEST_F(CallbackManagerTest, NonFunctionsAreNotStored) {
     DlogCapture capture;
     JSCallbackManagerPtr manager =

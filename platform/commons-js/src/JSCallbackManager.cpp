@@ -135,6 +135,10 @@ void JSCallbackManager::makeCallback(JSObjectRef callback, const JSValueRef argu
         LoggerI("No " << role << " callback to call");
         return;
     }
+    if (!ScriptExceptionHost::scriptRuns(m_context)) {
+        LoggerD("The app is ending: no " << role << " callback");
+        return;
+    }
     JSValueRef exception = nullptr;
     JSObjectCallAsFunction(m_context, callback, m_object, count, count > 0 ? arguments : nullptr,
                            &exception);

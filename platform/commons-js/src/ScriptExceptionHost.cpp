@@ -14,9 +14,14 @@ namespace CommonsJavaScript {
 
 namespace {
 
+struct Host {
+    ScriptExceptionHost::Reporter reporter;
+    ScriptExceptionHost::Running running;
+};
+
 struct Hosts {
     std::mutex mutex;
-    std::map<JSGlobalContextRef, ScriptExceptionHost::Reporter> reporters;
+    std::map<JSGlobalContextRef, Host> hosts;
 };
 
 // Never destroyed, so that a host that detaches while the process exits
@@ -26,34 +31,34 @@ Hosts& hosts() {
     return *instance;
 }
 
-// The reporter of `context`, or an empty one. A copy, so that the reporter
-// runs without the lock and may itself attach or detach.
-ScriptExceptionHost::Reporter reporterOf(JSContextRef context) {
+// The host of `context`, or an empty one. A copy, so that its functions run
+// without the lock and may themselves attach or detach.
+Host hostOf(JSContextRef context) {
     if (context == nullptr) {
         return {};
     }
     Hosts& all = hosts();
     std::lock_guard<std::mutex> lock(all.mutex);
-    const auto found = all.reporters.find(JSContextGetGlobalContext(context));
-    return found != all.reporters.end() ? found->second : ScriptExceptionHost::Reporter();
+    const auto found = all.hosts.find(JSContextGetGlobalContext(context));
+    return found != all.hosts.end() ? found->second : Host();
 }
 
 }  // namespace
 
-void ScriptExceptionHost::attach(JSGlobalContextRef context, Reporter reporter) {
+void ScriptExceptionHost::attach(JSGlobalContextRef context, Reporter reporter, Running running) {
     Hosts& all = hosts();
     std::lock_guard<std::mutex> lock(all.mutex);
-    all.reporters[context] = std::move(reporter);
+    all.hosts[context] = Host{std::move(reporter), std::move(running)};
 }
 
 void ScriptExceptionHost::detach(JSGlobalContextRef context) {
     Hosts& all = hosts();
     std::lock_guard<std::mutex> lock(all.mutex);
-    all.reporters.erase(context);
+    all.hosts.erase(context);
 }
 
 bool ScriptExceptionHost::reportUncaught(JSContextRef context, JSValueRef exception) {
-    const Reporter reporter = reporterOf(context);
+    const Reporter reporter = hostOf(context).reporter;
     if (reporter) {
         try {
             reporter(exception);
@@ -66,6 +71,16 @@ bool ScriptExceptionHost::reportUncaught(JSContextRef context, JSValueRef except
             << (context != nullptr ? JSUtils::describeException(context, exception)
                                    : std::string("(no context)")));
     return false;
+}
+
+bool ScriptExceptionHost::scriptRuns(JSContextRef context) {
+    const Running running = hostOf(context).running;
+    try {
+        return !running || running();
+    } catch (const std::exception& error) {
+        LoggerE("The host failed to tell whether its script runs: " << error.what());
+        return true;
+    }
 }
 
 }  // namespace CommonsJavaScript

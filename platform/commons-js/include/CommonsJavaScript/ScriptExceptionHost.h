@@ -16,7 +16,15 @@
 //       ScriptExceptionHost::reportUncaught(context, exception);
 //   }
 // Where no host is attached (a plug-in's unit test has none), the exception
-// is only logged. Use from the thread that runs the contexts' scripts.
+// is only logged.
+//
+// A host also tells whether its script still runs: once the app is ending
+// (it asked to exit, or an uncaught exception ends it), native code calls no
+// more of its callbacks, even those of events it had queued already:
+//   if (!ScriptExceptionHost::scriptRuns(context)) {
+//       return;  // the app is ending
+//   }
+// Use from the thread that runs the contexts' scripts.
 #ifndef KV_PLATFORM_COMMONS_JS_SCRIPT_EXCEPTION_HOST_H
 #define KV_PLATFORM_COMMONS_JS_SCRIPT_EXCEPTION_HOST_H
 
@@ -31,12 +39,15 @@ class ScriptExceptionHost {
 public:
     // What a host does with an exception thrown in one of its contexts.
     typedef std::function<void(JSValueRef exception)> Reporter;
+    // Whether the host's script still runs.
+    typedef std::function<bool()> Running;
 
     ScriptExceptionHost() = delete;
 
     // Makes `reporter` the one that takes the exceptions thrown in `context`
-    // (any context of the same global context), replacing an earlier one.
-    static void attach(JSGlobalContextRef context, Reporter reporter);
+    // (any context of the same global context), replacing an earlier one;
+    // `running`, when given, tells whether the script still runs.
+    static void attach(JSGlobalContextRef context, Reporter reporter, Running running = {});
 
     // Forgets the reporter of `context`, if any.
     static void detach(JSGlobalContextRef context);
@@ -46,6 +57,10 @@ public:
     // level as "Uncaught exception in a script callback: " and its text.
     // Returns whether a host took it. Never throws.
     static bool reportUncaught(JSContextRef context, JSValueRef exception);
+
+    // False once the host of `context` says its script has ended; true
+    // without a host or without its word. Never throws.
+    static bool scriptRuns(JSContextRef context);
 };
 
 }  // namespace CommonsJavaScript
