@@ -87,6 +87,7 @@ static int answerConnection(unsigned int agentId, unsigned int connectionId, boo
         answer->set_connection_id(connectionId);
     });
     if (result == KVP_SUCCESS && accept) {
+        ServiceClient::instance().connectionAccepted(connectionId);
         ServiceClient::instance().holdUntilIdleWorkRan();
     }
     return result;
@@ -103,6 +104,8 @@ int rejectServiceConnection(unsigned int agentId, unsigned int connectionId,
 }
 
 int terminateServiceConnection(unsigned int connectionId) {
+    // Ended for the app's sends from now on, whatever the service answers.
+    ServiceClient::instance().connectionEnded(connectionId);
     return callService([&](wire::Request& request) {
         request.mutable_terminate_connection()->set_connection_id(connectionId);
     });
@@ -113,13 +116,28 @@ static int send(unsigned int connectionId, unsigned short channelId, unsigned in
     if (data == nullptr && length > 0) {
         return KVP_ERROR_INVALID;
     }
-    return callService([&](wire::Request& request) {
+    const auto fill = [&](wire::Request& request) {
         auto* send = request.mutable_send_data();
         send->set_connection_id(connectionId);
         send->set_channel_id(channelId);
         send->set_data(data != nullptr ? std::string(data, length) : std::string());
         send->set_secure(secure);
-    });
+    };
+    // What will surely be taken goes without waiting for the service's
+    // answer; anything else waits for it, to tell the app what went wrong.
+    try {
+        ServiceClient& client = ServiceClient::instance();
+        if (client.canSendWithoutWaiting(connectionId, channelId, length, secure)) {
+            wire::Request request;
+            fill(request);
+            request.mutable_send_data()->set_no_reply(true);
+            return client.post(std::move(request)) ? KVP_SUCCESS : KVP_ERROR_NO_DEVICE;
+        }
+    } catch (const std::exception& error) {
+        LoggerE("send failed: " << error.what());
+        return KVP_ERROR_GENERAL;
+    }
+    return callService(fill);
 }
 
 int sendData(unsigned int connectionId, unsigned short channelId, unsigned int length,

@@ -72,7 +72,7 @@ int getPeerAccessory(unsigned int accessoryId, kvp_peer_accessory_t* accessory) 
             request.mutable_get_accessory()->set_accessory_id(accessoryId);
         },
         [&](const wire::Reply& reply) {
-            if (reply.result() != KVP_SUCCESS) {
+            if (reply.result() != wire::RESULT_SUCCESS) {
                 return;
             }
             const wire::Accessory& record = reply.accessory();

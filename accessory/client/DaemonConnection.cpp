@@ -87,15 +87,16 @@ bool DaemonConnection::waitReadable(Deadline deadline) const {
     return result > 0;
 }
 
-void DaemonConnection::readAvailable() {
+void DaemonConnection::readAvailable(std::size_t enough) {
     constexpr std::size_t kReadChunk = 64 * 1024;
-    for (;;) {
+    for (std::size_t taken = 0; taken < enough;) {
         // Straight into the decoder's buffer, the whole rest of a large frame
         // at once when the socket has it.
         const std::size_t room = std::max(kReadChunk, m_decoder.missing());
         const ssize_t count = ::recv(m_fd, m_decoder.prepare(room), room, 0);
         if (count > 0) {
             m_decoder.commit(static_cast<std::size_t>(count));
+            taken += static_cast<std::size_t>(count);
             continue;
         }
         if (count == 0) {

@@ -7,6 +7,7 @@
 #include <kv-accessory/Codec.h>
 
 #include <chrono>
+#include <cstdint>
 #include <optional>
 #include <string>
 
@@ -35,9 +36,10 @@ public:
     // something can.
     bool waitReadable(Deadline deadline) const;
 
-    // Takes in what has arrived without waiting. Throws std::runtime_error
-    // when the daemon has closed the socket or reading failed.
-    void readAvailable();
+    // Takes in what has arrived without waiting, or at least `enough` bytes
+    // of it. Throws std::runtime_error when the daemon has closed the socket
+    // or reading failed.
+    void readAvailable(std::size_t enough = SIZE_MAX);
 
     // The next whole message received. Throws ProtocolError when the daemon
     // broke the wire format.

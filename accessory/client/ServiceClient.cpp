@@ -3,12 +3,18 @@
 #include <Logger.h>
 #include <kv-device/Device.h>
 
+#include <algorithm>
+
 namespace Kv {
 namespace Accessory {
 
 namespace {
 
 constexpr std::chrono::seconds kReplyTimeout(5);
+// How long a send that needs no answer may wait for the service to take it
+// (the service stops reading while the link is full).
+constexpr std::chrono::seconds kPostTimeout(120);
+constexpr std::size_t kReadPerTurn = 4 * 1024 * 1024;
 constexpr double kFirstBackoff = 0.1;
 constexpr double kLongestBackoff = 2.0;
 
@@ -60,6 +66,7 @@ void ServiceClient::connect(bool announce) {
     m_backoff = kFirstBackoff;
     m_deviceType = reply->device_type();
     m_attached = reply->attached();
+    m_secure = reply->secure();
     LoggerI("session with the accessory service opened; device "
             << (m_attached ? "attached" : "detached"));
     if (m_attached && !reply->secure()) {
@@ -125,10 +132,64 @@ void ServiceClient::queue(wire::Event event) {
 void ServiceClient::observe(const wire::Event& event) {
     if (event.has_device_status()) {
         m_attached = event.device_status().status() == wire::DEVICE_ATTACHED;
-        if (m_attached && !event.device_status().secure()) {
+        m_secure = m_attached && event.device_status().secure();
+        if (m_attached && !m_secure) {
             warnInsecure();
         }
+        if (!m_attached) {
+            m_openConnections.clear();
+            m_indicatedConnections.clear();
+        }
+    } else if (event.has_create_confirm() &&
+               event.create_confirm().status() == wire::CONNECTION_MADE) {
+        const auto& channels = event.create_confirm().channel_ids();
+        m_openConnections[event.create_confirm().connection_id()].assign(channels.begin(),
+                                                                         channels.end());
+    } else if (event.has_connection_requested()) {
+        const auto& channels = event.connection_requested().channel_ids();
+        m_indicatedConnections[event.connection_requested().connection_id()].assign(
+            channels.begin(), channels.end());
+    } else if (event.has_terminated()) {
+        connectionEnded(event.terminated().connection_id());
     }
+}
+
+void ServiceClient::connectionAccepted(std::uint32_t connectionId) {
+    auto indicated = m_indicatedConnections.find(connectionId);
+    if (indicated != m_indicatedConnections.end()) {
+        m_openConnections[connectionId] = std::move(indicated->second);
+        m_indicatedConnections.erase(indicated);
+    }
+}
+
+void ServiceClient::connectionEnded(std::uint32_t connectionId) {
+    m_openConnections.erase(connectionId);
+    m_indicatedConnections.erase(connectionId);
+}
+
+bool ServiceClient::canSendWithoutWaiting(std::uint32_t connectionId, std::uint32_t channelId,
+                                          std::size_t length, bool secure) const {
+    auto open = m_openConnections.find(connectionId);
+    return m_connection && m_attached && (!secure || m_secure) && length <= kMaxDataSize &&
+           open != m_openConnections.end() &&
+           std::find(open->second.begin(), open->second.end(), channelId) != open->second.end();
+}
+
+bool ServiceClient::post(wire::Request request) {
+    request.set_serial(m_nextSerial++);
+    wire::ClientMessage message;
+    *message.mutable_request() = std::move(request);
+    try {
+        m_connection->write(encodeFrame(message), std::chrono::steady_clock::now() + kPostTimeout);
+        // What arrived while the write waited for room is decoded already:
+        // the socket may not wake the loop for it again.
+        takeDecoded();
+    } catch (const std::exception& error) {
+        lose(error.what());
+        return false;
+    }
+    scheduleDispatch();
+    return true;
 }
 
 void ServiceClient::warnInsecure() {
@@ -139,13 +200,19 @@ void ServiceClient::warnInsecure() {
 
 void ServiceClient::takeMessages() {
     try {
-        m_connection->readAvailable();
-        std::optional<wire::Reply> stray;
-        while (std::optional<wire::ServiceMessage> received = m_connection->next()) {
-            accept(std::move(*received), 0, stray);
-        }
+        // A bounded amount per turn of the main loop, which comes back here
+        // for the rest after the app's other work.
+        m_connection->readAvailable(kReadPerTurn);
+        takeDecoded();
     } catch (const std::exception& error) {
         lose(error.what());
+    }
+}
+
+void ServiceClient::takeDecoded() {
+    std::optional<wire::Reply> stray;
+    while (std::optional<wire::ServiceMessage> received = m_connection->next()) {
+        accept(std::move(*received), 0, stray);
     }
 }
 
@@ -154,6 +221,8 @@ void ServiceClient::lose(const std::string& reason) {
         return;
     }
     LoggerW("lost the accessory service: " << reason);
+    m_openConnections.clear();
+    m_indicatedConnections.clear();
     if (m_fdHandler != nullptr) {
         ecore_main_fd_handler_del(m_fdHandler);
         m_fdHandler = nullptr;

@@ -27,8 +27,10 @@
 #include <Ecore.h>
 
 #include <deque>
+#include <map>
 #include <memory>
 #include <optional>
+#include <vector>
 
 #include "DaemonConnection.h"
 #include "EventDispatcher.h"
@@ -44,6 +46,22 @@ public:
     // Sends a request and returns its reply, or nothing when the service
     // can't be reached or does not answer in time.
     std::optional<wire::Reply> call(wire::Request request);
+
+    // Whether data of `length` bytes on this connection and channel will
+    // surely be taken: the connection is open, the channel is one of its
+    // agent's, the data fits and, for secure data, the link is secure. Such
+    // a send need not wait for the service's answer.
+    bool canSendWithoutWaiting(std::uint32_t connectionId, std::uint32_t channelId,
+                               std::size_t length, bool secure) const;
+    // Sends a request whose answer nobody waits for (the service sends none).
+    // When the service's queue for the link is full, the service stops
+    // reading and this waits for room. False when the service is lost.
+    bool post(wire::Request request);
+
+    // The app accepted the connection indicated to it: it is open now.
+    void connectionAccepted(std::uint32_t connectionId);
+    // The app ended the connection: its sends wait for the service's verdict.
+    void connectionEnded(std::uint32_t connectionId);
 
     // Whether the service is reachable and linked with the paired device.
     bool attached();
@@ -62,6 +80,8 @@ private:
     void lose(const std::string& reason);
     void scheduleReconnect();
     void takeMessages();
+    // Queues the messages decoded already; throws ProtocolError.
+    void takeDecoded();
     void accept(wire::ServiceMessage message, std::uint32_t awaited,
                 std::optional<wire::Reply>& reply);
     void observe(const wire::Event& event);
@@ -87,6 +107,11 @@ private:
     double m_backoff;
     EventDispatcher m_dispatcher;
     std::deque<wire::Event> m_pending;
+    // The open connections and those indicated to the app, with the channel
+    // ids of each (what canSendWithoutWaiting knows).
+    std::map<std::uint32_t, std::vector<std::uint32_t>> m_openConnections;
+    std::map<std::uint32_t, std::vector<std::uint32_t>> m_indicatedConnections;
+    bool m_secure = false;
     std::uint32_t m_nextSerial = 1;
     wire::DeviceType m_deviceType = wire::DEVICE_TYPE_WIFI;
     bool m_attached = false;

@@ -19,6 +19,7 @@
 #include <functional>
 #include <memory>
 #include <string>
+#include <vector>
 
 namespace Kv {
 namespace Accessory {
@@ -43,6 +44,13 @@ public:
     virtual void close(const std::string& reason) = 0;
     virtual bool closed() const = 0;
     virtual std::size_t queuedBytes() const = 0;
+    // Calls `handler` once, when at most `bytes` are queued for writing (at
+    // once when that is so already, or when the session closes).
+    virtual void whenDrained(std::size_t bytes, std::function<void()> handler) = 0;
+    // Stops taking in what the other end sends (its writes then wait), or
+    // takes it in again. Pausing takes effect after what has arrived.
+    virtual void pauseReading() = 0;
+    virtual void resumeReading() = 0;
 };
 
 template <typename Socket>
@@ -110,10 +118,27 @@ public:
         if (onClose) {
             onClose(reason);
         }
+        drained();
     }
 
     bool closed() const override { return m_closed; }
     std::size_t queuedBytes() const override { return m_queuedBytes; }
+
+    void whenDrained(std::size_t bytes, std::function<void()> handler) override {
+        if (m_closed || m_queuedBytes <= bytes) {
+            handler();
+            return;
+        }
+        m_drainWaiters.push_back({bytes, std::move(handler)});
+    }
+
+    void pauseReading() override { m_paused = true; }
+    void resumeReading() override {
+        m_paused = false;
+        if (!m_reading && !m_closed) {
+            readMore();
+        }
+    }
     const std::string& name() const { return m_name; }
     Socket& socket() { return m_socket; }
 
@@ -121,6 +146,7 @@ private:
     // Reads straight into the decoder's buffer: a chunk, or the whole rest
     // of a large frame when the socket has it.
     void readMore() {
+        m_reading = true;
         const std::size_t room = std::max(kReadChunk, m_decoder.missing());
         auto self = this->shared_from_this();
         m_socket.async_read_some(
@@ -129,6 +155,7 @@ private:
     }
 
     void onRead(const asio::error_code& error, std::size_t size) {
+        m_reading = false;
         if (m_closed) {
             return;
         }
@@ -151,8 +178,25 @@ private:
         } catch (const std::exception& error) {
             close(std::string("internal error: ") + error.what());
         }
-        if (!m_closed) {
+        if (!m_closed && !m_paused) {
             readMore();
+        }
+    }
+
+    // Runs the drain handlers whose bound the queue is at or under now (all
+    // of them once the session is closed).
+    void drained() {
+        std::vector<std::function<void()>> ready;
+        for (auto waiter = m_drainWaiters.begin(); waiter != m_drainWaiters.end();) {
+            if (m_closed || m_queuedBytes <= waiter->bytes) {
+                ready.push_back(std::move(waiter->handler));
+                waiter = m_drainWaiters.erase(waiter);
+            } else {
+                ++waiter;
+            }
+        }
+        for (auto& handler : ready) {
+            handler();
         }
     }
 
@@ -207,6 +251,9 @@ private:
         m_queuedBytes -= queue.front().size();
         queue.pop_front();
         writeNext();
+        if (!m_drainWaiters.empty()) {
+            drained();
+        }
     }
 
     Socket m_socket;
@@ -217,6 +264,13 @@ private:
     std::array<std::deque<std::string>, kPriorityLevels> m_queues;
     std::size_t m_queuedBytes = 0;
     std::shared_ptr<ReadBudget> m_budget;
+    struct DrainWaiter {
+        std::size_t bytes;
+        std::function<void()> handler;
+    };
+    std::vector<DrainWaiter> m_drainWaiters;
+    bool m_reading = false;
+    bool m_paused = false;
     std::size_t m_held = 0;  // what this session holds of the budget
     bool m_writing = false;
     bool m_closed = false;

@@ -1,7 +1,9 @@
-// The daemon's bounds against a misbehaving local process.
+// The daemon's bounds: against a misbehaving local process, and the back-pressure
+// that keeps its memory bounded under load.
 #ifndef KV_ACCESSORYD_LIMITS_H
 #define KV_ACCESSORYD_LIMITS_H
 
+#include <chrono>
 #include <cstddef>
 
 namespace Kv {
@@ -11,6 +13,16 @@ namespace Accessory {
 inline constexpr std::size_t kMaxSessionsPerUser = 128;
 // Bytes that all app sessions together may hold in frames they only partly sent.
 inline constexpr std::size_t kMaxPartialFrameBytes = 64u * 1024u * 1024u;
+
+// Back-pressure. A session that has this much of data queued on the link
+// behind it stops being read; it is read again once the link is down to the
+// second bound. The link is likewise not read while an app has more than the
+// first bound of events queued, until it has read them down to the second.
+inline constexpr std::size_t kPauseSendersAbove = 8u * 1024u * 1024u;
+inline constexpr std::size_t kResumeSendersBelow = 2u * 1024u * 1024u;
+// An app that holds up the link and has not read its events down in this
+// time has stopped reading: its session is ended.
+inline constexpr std::chrono::seconds kSlowReaderGrace(10);
 
 }  // namespace Accessory
 }  // namespace Kv

@@ -98,6 +98,28 @@ std::string PeerLink::describe() const {
            std::to_string(m_mode == Mode::Listen ? localPort() : m_endpoint.port());
 }
 
+void PeerLink::pauseReading() {
+    m_readingPaused = true;
+    if (m_session) {
+        m_session->pauseReading();
+    }
+}
+
+void PeerLink::resumeReading() {
+    m_readingPaused = false;
+    if (m_session) {
+        m_session->resumeReading();
+    }
+}
+
+void PeerLink::whenDrained(std::size_t bytes, std::function<void()> handler) {
+    if (!m_session) {
+        handler();
+        return;
+    }
+    m_session->whenDrained(bytes, std::move(handler));
+}
+
 bool PeerLink::send(const wire::LinkMessage& message, int priority) {
     return m_up && m_session && m_session->sendMessage(message, priority);
 }
@@ -254,6 +276,9 @@ void PeerLink::promote(std::uint64_t id, const wire::LinkHello& hello) {
     candidate.deadline->cancel();
     m_linkId = id;
     m_session = candidate.session;
+    if (m_readingPaused) {
+        m_session->pauseReading();
+    }
     m_peerFingerprint = candidate.fingerprint;
     m_peerName = hello.device_name();
     m_up = true;

@@ -64,6 +64,15 @@ public:
     const std::string& peerName() const { return m_peerName; }
     std::string describe() const;
 
+    // Stops reading what the other daemon sends (it then waits), or reads it
+    // again.
+    void pauseReading();
+    void resumeReading();
+
+    // Calls `handler` once, when at most `bytes` are queued for the other
+    // daemon (at once when the link is down or that is so already).
+    void whenDrained(std::size_t bytes, std::function<void()> handler);
+
     // Queues a message for the other daemon; false when the link is down or
     // its queue is full.
     bool send(const wire::LinkMessage& message, int priority = kPriorityControl);
@@ -109,6 +118,7 @@ private:
     bool m_up = false;
     bool m_enabled = true;
     bool m_stopped = false;
+    bool m_readingPaused = false;
 };
 
 }  // namespace Accessory

@@ -77,6 +77,13 @@ void Service::handleRequest(SessionId id, wire::Request& request) {
     }
     wire::ServiceMessage message;
     *message.mutable_reply() = dispatch(id, found->second, request);
+    if (request.has_send_data() && request.send_data().no_reply()) {
+        if (message.reply().result() != wire::RESULT_SUCCESS) {
+            LoggerW("data that " << found->second.appId << " sent without waiting was refused ("
+                                 << message.reply().result() << ")");
+        }
+        return;
+    }
     message.mutable_reply()->set_serial(request.serial());
     if (!channel->sendMessage(message)) {
         channel->close("the app does not read its replies");
@@ -354,6 +361,40 @@ void Service::notify(SessionId id, wire::Event event) {
         std::shared_ptr<ClientChannel> channel = found->second.channel;
         if (!channel->sendMessage(message)) {
             channel->close("the app does not read its events");
+            return;
+        }
+        if (channel->queuedBytes() > kPauseSendersAbove) {
+            holdLinkFor(id);
+        }
+    });
+}
+
+// An app that reads its events slower than the link brings them: the link is
+// not read until the app has caught up, so the other device's daemon, and
+// behind it the sending app, wait instead of this daemon's memory growing.
+// An app that does not catch up in time has stopped reading: its session
+// ends, so that it holds up nobody else for longer.
+void Service::holdLinkFor(SessionId id) {
+    if (m_link == nullptr || m_slowReaders.count(id) != 0) {
+        return;
+    }
+    auto deadline = std::make_shared<asio::steady_timer>(m_io, kSlowReaderGrace);
+    m_slowReaders[id] = deadline;
+    m_link->pauseReading();
+    std::shared_ptr<ClientChannel> channel = m_sessions.at(id).channel;
+    deadline->async_wait([channel](const asio::error_code& error) {
+        if (!error) {
+            channel->close("the app does not read its events");
+        }
+    });
+    channel->whenDrained(kResumeSendersBelow, [this, id] {
+        auto found = m_slowReaders.find(id);
+        if (found != m_slowReaders.end()) {
+            found->second->cancel();
+            m_slowReaders.erase(found);
+        }
+        if (m_slowReaders.empty() && m_link != nullptr) {
+            m_link->resumeReading();
         }
     });
 }
@@ -376,6 +417,41 @@ void Service::notifyAll(wire::Event event) {
 void Service::sendLink(const wire::LinkMessage& message, int priority) {
     if (m_link != nullptr) {
         m_link->send(message, priority);
+    }
+}
+
+void Service::pauseSender(SessionId id) {
+    auto found = m_sessions.find(id);
+    if (found == m_sessions.end() || found->second.paused) {
+        return;
+    }
+    found->second.paused = true;
+    found->second.channel->pauseReading();
+    if (!m_waitingForRoom && m_link != nullptr) {
+        m_waitingForRoom = true;
+        m_link->whenDrained(kResumeSendersBelow, [this] {
+            m_waitingForRoom = false;
+            resumeSenders();
+        });
+    }
+}
+
+void Service::resumeSenders() {
+    for (auto& [id, session] : m_sessions) {
+        if (session.paused) {
+            session.paused = false;
+            session.channel->resumeReading();
+        }
+    }
+}
+
+void Service::channelsOf(std::uint32_t agentId,
+                         google::protobuf::RepeatedField<std::uint32_t>* channels) const {
+    auto agent = m_agents.find(agentId);
+    if (agent != m_agents.end()) {
+        for (const ProfileChannel& channel : agent->second.profile.channels) {
+            channels->Add(channel.id);
+        }
     }
 }
 

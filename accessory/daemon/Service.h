@@ -10,6 +10,7 @@
 #define KV_ACCESSORYD_SERVICE_H
 
 #include <asio.hpp>
+#include <chrono>
 #include <cstdint>
 #include <fstream>
 #include <map>
@@ -18,6 +19,7 @@
 #include <string>
 
 #include "FramedChannel.h"
+#include "Limits.h"
 #include "PartialFile.h"
 #include "PeerLink.h"
 #include "ServiceProfile.h"
@@ -67,6 +69,7 @@ private:
         std::shared_ptr<ClientChannel> channel;
         std::string appId;
         bool greeted = false;
+        bool paused = false;  // its data waits until the link has room
     };
     struct Agent {
         std::uint32_t id = 0;
@@ -167,6 +170,13 @@ private:
     void notifyAgent(std::uint32_t agentId, wire::Event event);
     void notifyAll(wire::Event event);
     void writeConnStatus(int value);
+    // Back-pressure: a session that fills the link with data stops being
+    // read until the link has room again.
+    void pauseSender(SessionId id);
+    void resumeSenders();
+    void holdLinkFor(SessionId id);
+    void channelsOf(std::uint32_t agentId,
+                    google::protobuf::RepeatedField<std::uint32_t>* channels) const;
     bool linked() const { return m_link != nullptr && m_link->isUp(); }
     bool secureLink() const { return m_link != nullptr && m_link->secure(); }
 
@@ -180,6 +190,9 @@ private:
     std::map<std::uint32_t, Search> m_searches;
     std::map<int, Transfer> m_transfers;
     std::string m_partialFilesDir;  // notes of the files being received
+    bool m_waitingForRoom = false;  // senders are paused until the link drains
+    // The apps behind which the link is not read, each with its deadline.
+    std::map<SessionId, std::shared_ptr<asio::steady_timer>> m_slowReaders;
     SessionId m_nextSession = 1;
     std::uint32_t m_nextAgent = 1;
     std::uint32_t m_nextConnection = 1;

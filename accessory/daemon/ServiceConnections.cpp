@@ -139,6 +139,7 @@ void Service::onConnectQuery(const wire::ConnectQuery& query) {
     indication->set_agent_id(agent->first);
     indication->set_connection_id(connectionId);
     *indication->mutable_peer() = connection.peer;
+    channelsOf(agent->first, indication->mutable_channel_ids());
     notify(agent->second.session, event);
 }
 
@@ -195,6 +196,7 @@ void Service::onConnectReply(const wire::ConnectReply& reply) {
     confirm->set_connection_id(connection.id);
     *confirm->mutable_peer() = connection.peer;
     confirm->set_status(wire::CONNECTION_MADE);
+    channelsOf(connection.agentId, confirm->mutable_channel_ids());
     notifyAgent(connection.agentId, event);
 }
 
@@ -289,8 +291,13 @@ wire::Reply Service::sendData(SessionId id, wire::SendData& request) {
     data->set_connection_id(connection->peerConnectionId);
     data->set_channel_id(request.channel_id());
     data->set_data(std::move(*request.mutable_data()));
-    return resultReply(m_link->send(message, channel->priority) ? wire::RESULT_SUCCESS
-                                                                : wire::RESULT_GENERAL);
+    if (!m_link->send(message, channel->priority)) {
+        return resultReply(wire::RESULT_GENERAL);
+    }
+    if (m_link->queuedBytes() > kPauseSendersAbove) {
+        pauseSender(id);
+    }
+    return resultReply(wire::RESULT_SUCCESS);
 }
 
 void Service::onLinkData(wire::LinkData& data) {

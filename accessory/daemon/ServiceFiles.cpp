@@ -8,6 +8,7 @@
 #include <kv-device/FileAccess.h>
 #include <kv-device/Storage.h>
 
+#include <algorithm>
 #include <cerrno>
 #include <cstring>
 
@@ -18,10 +19,10 @@ namespace Accessory {
 
 namespace {
 
-constexpr std::size_t kChunkSize = 64 * 1024;
-// The sender stops feeding the link while this much is queued on it.
-constexpr std::size_t kLinkBacklog = 1024 * 1024;
-constexpr std::chrono::milliseconds kPumpPause(5);
+constexpr std::size_t kChunkSize = 256 * 1024;
+// The sender stops feeding the link while this much is queued on it, and
+// goes on when the link has written it down to half.
+constexpr std::size_t kLinkBacklog = 4 * 1024 * 1024;
 constexpr std::chrono::seconds kAnswerTimeout(30);
 // An agent takes at most this many files at once; a further offer is
 // refused as the agent's app would refuse it.
@@ -241,17 +242,19 @@ void Service::pumpFile(int transactionId) {
         return;
     }
     Transfer& transfer = found->second;
-    std::string chunk(kChunkSize, '\0');
     while (transfer.done < transfer.size && m_link->queuedBytes() < kLinkBacklog) {
-        transfer.source->read(chunk.data(), static_cast<std::streamsize>(kChunkSize));
+        wire::LinkMessage message;
+        message.mutable_file_chunk()->set_transaction_id(transfer.offerId);
+        std::string* chunk = message.mutable_file_chunk()->mutable_data();
+        chunk->resize(static_cast<std::size_t>(
+            std::min<std::uint64_t>(kChunkSize, transfer.size - transfer.done)));
+        transfer.source->read(chunk->data(), static_cast<std::streamsize>(chunk->size()));
         const auto count = static_cast<std::size_t>(transfer.source->gcount());
         if (count == 0) {
             finishTransfer(transactionId, wire::FILE_IO, wire::FILE_CHANNEL_IO);
             return;
         }
-        wire::LinkMessage message;
-        message.mutable_file_chunk()->set_transaction_id(transfer.offerId);
-        message.mutable_file_chunk()->set_data(chunk.data(), count);
+        chunk->resize(count);
         sendLink(message, kPriorityLow);
         transfer.done += count;
         reportProgress(transfer);
@@ -264,12 +267,7 @@ void Service::pumpFile(int transactionId) {
         finishTransfer(transactionId, wire::FILE_DONE, std::nullopt);
         return;
     }
-    transfer.timer->expires_after(kPumpPause);
-    transfer.timer->async_wait([this, transactionId](const asio::error_code& error) {
-        if (!error) {
-            pumpFile(transactionId);
-        }
-    });
+    m_link->whenDrained(kLinkBacklog / 2, [this, transactionId] { pumpFile(transactionId); });
 }
 
 void Service::reportProgress(Transfer& transfer) {

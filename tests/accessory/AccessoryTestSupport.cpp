@@ -312,6 +312,24 @@ int WireClient::sendData(std::uint32_t connectionId, std::uint32_t channelId,
     return call(request).result();
 }
 
+bool WireClient::post(std::uint32_t connectionId, std::uint32_t channelId, std::string data,
+                      milliseconds timeout) {
+    wire::Request request;
+    request.set_serial(m_serial++);
+    request.mutable_send_data()->set_connection_id(connectionId);
+    request.mutable_send_data()->set_channel_id(channelId);
+    request.mutable_send_data()->set_data(std::move(data));
+    request.mutable_send_data()->set_no_reply(true);
+    wire::ClientMessage message;
+    *message.mutable_request() = std::move(request);
+    try {
+        m_connection->write(encodeFrame(message), Clock::now() + timeout);
+    } catch (const std::runtime_error&) {
+        return false;
+    }
+    return true;
+}
+
 int WireClient::answer(std::uint32_t agentId, std::uint32_t connectionId, bool accept) {
     wire::Request request;
     auto* answer =

@@ -98,6 +98,11 @@ public:
     std::optional<wire::CreateConfirm> connect(std::uint32_t agentId, const wire::PeerAgent& peer);
     int sendData(std::uint32_t connectionId, std::uint32_t channelId, const std::string& data);
     int answer(std::uint32_t agentId, std::uint32_t connectionId, bool accept);
+    // Sends data without waiting for the daemon's answer (it sends none), as
+    // the client library does on an open connection. False when the daemon
+    // does not take it within the timeout.
+    bool post(std::uint32_t connectionId, std::uint32_t channelId, std::string data,
+              milliseconds timeout = milliseconds(60000));
 
 private:
     bool readSome(std::chrono::steady_clock::time_point deadline);

@@ -6,6 +6,8 @@
 #include <kv-device/FileUtil.h>
 #include <kvp-client-stub-api.h>
 
+#include <signal.h>
+
 #include <cstdlib>
 #include <cstring>
 
@@ -215,6 +217,41 @@ TEST_F(ClientLibraryTest, CarriesDataBothWaysAndEndsTheConnectionOnBothSides) {
     EXPECT_FALSE(recorder.calledInsideCall);
 }
 
+TEST_F(ClientLibraryTest, SendsOnAnOpenConnectionWithoutWaitingForTheService) {
+    WireClient consumer(devices->alpha(), kConsumerApp);
+    const auto [remote, local] = connectFrom(consumer);
+    // With the service stopped, a send that waited for its answer would fail
+    // after the reply timeout; this one is taken as soon as the service runs.
+    const pid_t service = static_cast<pid_t>(
+        std::stol(Kv::Device::readFile(devices->beta() + "/accessoryd.pid").value_or("0")));
+    ASSERT_GT(service, 0);
+    ASSERT_EQ(::kill(service, SIGSTOP), 0);
+    const int stoppedResult = sendData(local, 101, 5, "first");
+    ::kill(service, SIGCONT);
+    EXPECT_EQ(stoppedResult, KVP_SUCCESS);
+
+    // Many sends in a row arrive whole and in order.
+    for (int i = 0; i < 500; ++i) {
+        const std::string text = "message " + std::to_string(i);
+        ASSERT_EQ(sendData(local, 102, static_cast<unsigned int>(text.size()), text.data()),
+                  KVP_SUCCESS);
+    }
+    auto first = consumer.waitEvent(isData(remote));
+    ASSERT_TRUE(first.has_value());
+    EXPECT_EQ(first->data().data(), "first");
+    for (int i = 0; i < 500; ++i) {
+        auto event = consumer.waitEvent(isData(remote));
+        ASSERT_TRUE(event.has_value()) << i;
+        ASSERT_EQ(event->data().data(), "message " + std::to_string(i));
+    }
+    // What the service would refuse still waits for its verdict: a channel
+    // the agent does not have.
+    EXPECT_EQ(sendData(local, 7, 1, "x"), KVP_ERROR_INVALID);
+    EXPECT_EQ(terminateServiceConnection(local), KVP_SUCCESS);
+    ASSERT_TRUE(consumer.waitEvent(isTerminated(remote)).has_value());
+    EXPECT_NE(sendData(local, 101, 1, "x"), KVP_SUCCESS);
+}
+
 TEST_F(ClientLibraryTest, ReceivesAnOfferedFileAtTheChosenPath) {
     registeredAgent();
     WireClient consumer(devices->alpha(), kConsumerApp);
@@ -242,7 +279,7 @@ TEST_F(ClientLibraryTest, ReceivesAnOfferedFileAtTheChosenPath) {
 
 TEST_F(ClientLibraryTest, ALostServiceIsADetachAndItsReturnAnAttach) {
     WireClient consumer(devices->alpha(), kConsumerApp);
-    const auto [remote, local] = connectFrom(consumer);
+    connectFrom(consumer);
     recorder.deviceStatus.clear();
     const std::size_t before = recorder.terminated.size();
     devices->killBeta();
