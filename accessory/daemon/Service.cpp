@@ -7,10 +7,7 @@
 #include <kv-device/Device.h>
 #include <vconf.h>
 
-#include <malloc.h>
-
 #include <random>
-#include <sstream>
 
 namespace Kv {
 namespace Accessory {
@@ -38,7 +35,10 @@ Service::Service(asio::io_context& io, std::string deviceName)
 
 SessionId Service::addSession(std::shared_ptr<ClientChannel> channel, const std::string& appId) {
     const SessionId id = m_nextSession++;
-    m_sessions[id] = Session{std::move(channel), appId, false};
+    Session session;
+    session.channel = std::move(channel);
+    session.appId = appId;
+    m_sessions[id] = std::move(session);
     return id;
 }
 
@@ -149,6 +149,23 @@ wire::Reply Service::hello(Session& session, const wire::Hello& hello) {
     return reply;
 }
 
+// The daemon decides for itself whether the app may use the service: its
+// installed config.xml must declare the privilege, and the user must not
+// have blocked it. Decided at the session's first registration, for the
+// session (a change of the user's policy applies from the app's next run).
+bool Service::maySessionRegister(Session& session) {
+    if (!session.mayRegister) {
+        using WrtDeviceApis::Commons::WrtAccess;
+        session.mayRegister = WrtAccess::checkAppPrivilege(
+                                  session.appId, WrtDeviceApis::Commons::Privileges::ACCESSORY) ==
+                              WrtAccess::CHECK_ACCESS_GRANTED;
+        if (const auto app = Device::findApp(session.appId)) {
+            session.appName = app->name;
+        }
+    }
+    return *session.mayRegister;
+}
+
 wire::Reply Service::registerAgent(SessionId id, Session& session,
                                    const wire::RegisterAgent& request) {
     if (request.profile_id().empty()) {
@@ -158,21 +175,15 @@ wire::Reply Service::registerAgent(SessionId id, Session& session,
         LoggerW("registration refused: the process runs no app of this device");
         return resultReply(wire::RESULT_GENERAL);
     }
-    // The daemon decides for itself whether the app may use the service: its
-    // installed config.xml must declare the privilege, and the user must not
-    // have blocked it.
-    using WrtDeviceApis::Commons::WrtAccess;
-    if (WrtAccess::checkAppPrivilege(session.appId,
-                                     WrtDeviceApis::Commons::Privileges::ACCESSORY) !=
-        WrtAccess::CHECK_ACCESS_GRANTED) {
+    if (!maySessionRegister(session)) {
         LoggerW("registration refused: " << session.appId << " may not use the accessory service");
         return resultReply(wire::RESULT_GENERAL);
     }
     wire::Event event;
     auto* confirm = event.mutable_register_confirm();
-    for (const auto& [agentId, agent] : m_agents) {
-        if (agent.session == id && agent.profile.id == request.profile_id()) {
-            confirm->set_agent_id(agentId);
+    for (auto [at, end] = m_agentsByProfile.equal_range(request.profile_id()); at != end; ++at) {
+        if (m_agents.at(at->second).session == id) {
+            confirm->set_agent_id(at->second);
             notify(id, event);
             return resultReply(wire::RESULT_SUCCESS);
         }
@@ -187,10 +198,11 @@ wire::Reply Service::registerAgent(SessionId id, Session& session,
         LoggerW("agent " << profile->id << ": the installed profile's role wins over the request");
     }
     Agent agent{m_nextAgent++, id, session.appId, *profile};
-    if (const auto app = Device::findApp(session.appId); app && !app->name.empty()) {
-        agent.appName = app->name;
+    if (!session.appName.empty()) {
+        agent.appName = session.appName;
     }
     m_agents[agent.id] = agent;
+    m_agentsByProfile.emplace(agent.profile.id, agent.id);
     LoggerI("agent " << agent.id << " registered: " << session.appId << " " << profile->id);
     confirm->set_agent_id(agent.id);
     notify(id, event);
@@ -226,6 +238,13 @@ void Service::dropAgent(std::uint32_t agentId) {
     auto agent = m_agents.find(agentId);
     if (agent != m_agents.end()) {
         tellAgentChanged(agent->second, false);
+        for (auto [at, end] = m_agentsByProfile.equal_range(agent->second.profile.id); at != end;
+             ++at) {
+            if (at->second == agentId) {
+                m_agentsByProfile.erase(at);
+                break;
+            }
+        }
         m_agents.erase(agent);
         LoggerI("agent " << agentId << " gone");
     }
@@ -242,33 +261,6 @@ wire::Reply Service::accessory(std::uint32_t accessoryId) const {
     record->set_device_address(m_link->describe());
     record->set_product_id(m_link->peerName());
     record->set_vendor_id("kv");
-    return reply;
-}
-
-wire::Reply Service::status() const {
-    std::ostringstream text;
-    text << "device: " << m_deviceName << "\n";
-    text << "link: " << (linked() ? "up" : "down");
-    if (m_link != nullptr) {
-        text << (m_link->enabled() ? "" : " (disabled)") << " " << m_link->describe();
-        if (linked()) {
-            text << " with " << m_link->peerName();
-        }
-        text << "\nsecurity: "
-             << (m_link->usesTls() ? "TLS 1.3 with the paired device's pinned certificate"
-                                   : "none (insecure: plain TCP, nobody authenticated)");
-        if (secureLink()) {
-            text << "\npeer certificate: " << m_link->peerFingerprint();
-        }
-    }
-    const struct mallinfo2 memory = mallinfo2();
-    text << "\nsessions: " << m_sessions.size() << "\nagents: " << m_agents.size()
-         << "\nconnections: " << m_connections.size() << "\ntransfers: " << m_transfers.size()
-         << "\nheap in use: " << memory.uordblks + memory.hblkhd << " bytes\n";
-    wire::Reply reply = resultReply(wire::RESULT_SUCCESS);
-    reply.set_attached(linked());
-    reply.set_secure(secureLink());
-    reply.set_status_text(text.str());
     return reply;
 }
 

@@ -70,6 +70,9 @@ private:
         std::string appId;
         bool greeted = false;
         bool paused = false;  // its data waits until the link has room
+        // Decided at its first registration (maySessionRegister).
+        std::optional<bool> mayRegister;
+        std::string appName;
     };
     struct Agent {
         std::uint32_t id = 0;
@@ -110,6 +113,7 @@ private:
     wire::Reply dispatch(SessionId id, Session& session, wire::Request& request);
     wire::Reply hello(Session& session, const wire::Hello& hello);
     wire::Reply registerAgent(SessionId id, Session& session, const wire::RegisterAgent& request);
+    bool maySessionRegister(Session& session);
     wire::Reply deregisterAgent(SessionId id, std::uint32_t agentId);
     wire::Reply findPeers(SessionId id, std::uint32_t agentId);
     wire::Reply createConnection(SessionId id, const wire::CreateConnection& request);
@@ -122,6 +126,15 @@ private:
     wire::Reply receiveFile(SessionId id, const wire::ReceiveFile& request);
     wire::Reply cancelFile(SessionId id, int transactionId);
     wire::Reply status() const;
+
+    // The status report (ServiceStatus.cpp).
+    wire::StatusReport statusReport() const;
+    void reportLink(wire::LinkReport& report) const;
+    void reportAgent(const Agent& agent, wire::AgentReport& report) const;
+    static void reportConnection(const Connection& connection, wire::ConnectionReport& report);
+    static void reportTransfer(const Transfer& transfer, wire::TransferReport& report);
+    // How much of the transfer is done, in percent.
+    static int percentDone(const Transfer& transfer);
 
     // Link messages.
     void onFindQuery(const wire::FindQuery& query);
@@ -186,6 +199,7 @@ private:
     std::uint32_t m_linkSession = 0;
     std::map<SessionId, Session> m_sessions;
     std::map<std::uint32_t, Agent> m_agents;
+    std::multimap<std::string, std::uint32_t> m_agentsByProfile;  // profile id -> agent ids
     std::map<std::uint32_t, Connection> m_connections;
     std::map<std::uint32_t, Search> m_searches;
     std::map<int, Transfer> m_transfers;

@@ -51,9 +51,9 @@ wire::Reply Service::findPeers(SessionId id, std::uint32_t agentId) {
 void Service::onFindQuery(const wire::FindQuery& query) {
     wire::LinkMessage answer;
     answer.mutable_find_answer()->set_query_id(query.query_id());
-    for (const auto& [agentId, agent] : m_agents) {
-        if (agent.profile.id == query.profile_id() &&
-            agent.profile.consumer == query.want_consumer()) {
+    for (auto [at, end] = m_agentsByProfile.equal_range(query.profile_id()); at != end; ++at) {
+        const Agent& agent = m_agents.at(at->second);
+        if (agent.profile.consumer == query.want_consumer()) {
             *answer.mutable_find_answer()->add_agents() = describe(agent);
         }
     }
@@ -95,9 +95,10 @@ void Service::tellAgentChanged(const Agent& agent, bool available) {
 
 void Service::onAgentChanged(const wire::AgentChanged& change) {
     const wire::RemoteAgent& remote = change.agent();
-    for (const auto& [agentId, agent] : m_agents) {
-        if (agent.profile.id != remote.profile_id() ||
-            agent.profile.consumer == remote.consumer()) {
+    for (auto [at, end] = m_agentsByProfile.equal_range(remote.profile_id()); at != end; ++at) {
+        const std::uint32_t agentId = at->second;
+        const Agent& agent = m_agents.at(agentId);
+        if (agent.profile.consumer == remote.consumer()) {
             continue;
         }
         wire::Event event;
