@@ -34,6 +34,24 @@ TEST_F(JSUtilsTest, ConvertsEveryWidthOfUtf8BothWays) {
     EXPECT_EQ(JSStringGetLength(ours.get()), 10u);
 }
 
+TEST_F(JSUtilsTest, AgreesWithTheEngineWhereverTheNonAsciiCharactersFall) {
+    // ASCII runs of every length around the word-sized steps of the fast
+    // path, each followed by a character of another width.
+    for (int run = 0; run < 20; ++run) {
+        const std::string script =
+            "(function (n) { var s = ''; var tails = ['\\u00e9', '\\u20ac', '\\u{1F600}', 'z'];"
+            " for (var i = 0; i < 4; ++i) { s += 'a'.repeat(n + i) + tails[i]; } return s; })(" +
+            std::to_string(run) + ")";
+        JSStringPtr engineString(JSValueToStringCopy(m_context, eval(script), nullptr));
+        std::string expected(JSStringGetMaximumUTF8CStringSize(engineString.get()), '\0');
+        expected.resize(
+            JSStringGetUTF8CString(engineString.get(), expected.data(), expected.size()) - 1);
+        EXPECT_EQ(JSUtils::toString(engineString.get()), expected) << run;
+        EXPECT_TRUE(JSStringIsEqual(JSUtils::makeJSString(expected).get(), engineString.get()))
+            << run;
+    }
+}
+
 TEST_F(JSUtilsTest, MalformedTextBecomesTheReplacementCharacter) {
     const std::string replacement = "\xEF\xBF\xBD";
     // A lone surrogate of a script string.

@@ -1,5 +1,9 @@
 #include "Utf8.h"
 
+#ifdef __SSE2__
+#include <emmintrin.h>
+#endif
+
 namespace WrtDeviceApis {
 namespace CommonsJavaScript {
 
@@ -83,40 +87,150 @@ char16_t* putUtf16(char32_t point, char16_t* out) {
     return out;
 }
 
+// Sixteen bytes of ASCII at once: widened to units, or units narrowed to
+// bytes, when every one of them is ASCII (false, writing nothing, when not).
+#ifdef __SSE2__
+bool widenAscii16(const char* bytes, char16_t* out) {
+    const __m128i chunk = _mm_loadu_si128(reinterpret_cast<const __m128i*>(bytes));
+    if (_mm_movemask_epi8(chunk) != 0) {
+        return false;
+    }
+    const __m128i zero = _mm_setzero_si128();
+    _mm_storeu_si128(reinterpret_cast<__m128i*>(out), _mm_unpacklo_epi8(chunk, zero));
+    _mm_storeu_si128(reinterpret_cast<__m128i*>(out + 8), _mm_unpackhi_epi8(chunk, zero));
+    return true;
+}
+
+bool allAscii8(__m128i units) {
+    const __m128i high = _mm_and_si128(units, _mm_set1_epi16(static_cast<short>(0xFF80)));
+    return _mm_movemask_epi8(_mm_cmpeq_epi16(high, _mm_setzero_si128())) == 0xFFFF;
+}
+
+bool narrowAscii16(const char16_t* units, char* out) {
+    const __m128i low = _mm_loadu_si128(reinterpret_cast<const __m128i*>(units));
+    const __m128i high = _mm_loadu_si128(reinterpret_cast<const __m128i*>(units + 8));
+    if (!allAscii8(low) || !allAscii8(high)) {
+        return false;
+    }
+    if (out != nullptr) {
+        _mm_storeu_si128(reinterpret_cast<__m128i*>(out), _mm_packus_epi16(low, high));
+    }
+    return true;
+}
+#else
+bool widenAscii16(const char* bytes, char16_t* out) {
+    for (int i = 0; i < 16; ++i) {
+        if (static_cast<unsigned char>(bytes[i]) >= 0x80) {
+            return false;
+        }
+    }
+    for (int i = 0; i < 16; ++i) {
+        out[i] = static_cast<unsigned char>(bytes[i]);
+    }
+    return true;
+}
+
+bool narrowAscii16(const char16_t* units, char* out) {
+    for (int i = 0; i < 16; ++i) {
+        if (units[i] >= 0x80) {
+            return false;
+        }
+    }
+    for (int i = 0; out != nullptr && i < 16; ++i) {
+        out[i] = static_cast<char>(units[i]);
+    }
+    return true;
+}
+#endif
+
+// The UTF-8 length of the text from `units[at]`, and `at` moved past what
+// was measured: sixteen ASCII units (tried only where ASCII starts), or one
+// character.
+std::size_t measureNext(const char16_t* units, std::size_t length, std::size_t& at) {
+    const char16_t unit = units[at];
+    if (unit < 0x80) {
+        if (at + 16 <= length && narrowAscii16(units + at, nullptr)) {
+            at += 16;
+            return 16;
+        }
+        ++at;
+        return 1;
+    }
+    if (unit < 0x800) {
+        ++at;
+        return 2;
+    }
+    return utf8Length(nextCodePoint(units, length, at));
+}
+
+// Writes the UTF-8 of the text from `units[at]` (as measureNext measures
+// it) and returns the end of what it wrote.
+char* encodeNext(const char16_t* units, std::size_t length, std::size_t& at, char* out) {
+    const char16_t unit = units[at];
+    if (unit < 0x80) {
+        if (at + 16 <= length && narrowAscii16(units + at, out)) {
+            at += 16;
+            return out + 16;
+        }
+        *out = static_cast<char>(unit);
+        ++at;
+        return out + 1;
+    }
+    if (unit < 0x800) {
+        ++at;
+        out[0] = static_cast<char>(0xC0 | (unit >> 6));
+        out[1] = static_cast<char>(0x80 | (unit & 0x3F));
+        return out + 2;
+    }
+    return putUtf8(nextCodePoint(units, length, at), out);
+}
+
+// Writes the UTF-16 of the text from `text[at]` (sixteen ASCII bytes, tried
+// only where ASCII starts, or one character) and returns the end of what it
+// wrote.
+char16_t* decodeNext(std::string_view text, std::size_t& at, char16_t* out) {
+    const unsigned char lead = static_cast<unsigned char>(text[at]);
+    if (lead < 0x80) {
+        if (at + 16 <= text.size() && widenAscii16(text.data() + at, out)) {
+            at += 16;
+            return out + 16;
+        }
+        *out = lead;
+        ++at;
+        return out + 1;
+    }
+    // Two bytes, the commonest other width, need no further checks once the
+    // lead is not an overlong one.
+    if (lead >= 0xC2 && lead < 0xE0 && at + 1 < text.size() &&
+        (static_cast<unsigned char>(text[at + 1]) & 0xC0) == 0x80) {
+        *out = static_cast<char16_t>(((lead & 0x1F) << 6) |
+                                     (static_cast<unsigned char>(text[at + 1]) & 0x3F));
+        at += 2;
+        return out + 1;
+    }
+    return putUtf16(nextUtf8(text, at), out);
+}
+
 }  // namespace
 
 std::string utf16ToUtf8(const char16_t* units, std::size_t length) {
-    std::size_t ascii = 0;
-    while (ascii < length && units[ascii] < 0x80) {
-        ++ascii;
-    }
-    std::size_t size = ascii;
-    for (std::size_t at = ascii; at < length;) {
-        size += utf8Length(nextCodePoint(units, length, at));
+    std::size_t size = 0;
+    for (std::size_t at = 0; at < length;) {
+        size += measureNext(units, length, at);
     }
     std::string text;
     text.resize(size);
     char* out = text.data();
-    for (std::size_t i = 0; i < ascii; ++i) {
-        *out++ = static_cast<char>(units[i]);
-    }
-    for (std::size_t at = ascii; at < length;) {
-        out = putUtf8(nextCodePoint(units, length, at), out);
+    for (std::size_t at = 0; at < length;) {
+        out = encodeNext(units, length, at, out);
     }
     return text;
 }
 
 std::size_t utf8ToUtf16(std::string_view text, char16_t* out) {
     char16_t* const start = out;
-    const std::size_t size = text.size();
-    for (std::size_t at = 0; at < size;) {
-        const unsigned char byte = static_cast<unsigned char>(text[at]);
-        if (byte < 0x80) {
-            *out++ = byte;
-            ++at;
-        } else {
-            out = putUtf16(nextUtf8(text, at), out);
-        }
+    for (std::size_t at = 0; at < text.size();) {
+        out = decodeNext(text, at, out);
     }
     return static_cast<std::size_t>(out - start);
 }
