@@ -1,55 +1,69 @@
 #include "Options.h"
 
-#include <stdexcept>
 #include <tuple>
 
 namespace Kv {
 namespace Accessory {
 
-const char* const kDaemonUsage =
+namespace {
+
+using Cli::Option;
+using Cli::UsageError;
+
+const char kUsage[] =
     "usage: kv-accessoryd [--device DIR] [--name NAME] [--listen HOST:PORT | --connect "
-    "HOST:PORT] [--insecure]\n";
+    "HOST:PORT] [--insecure]\n"
+    "\n"
+    "  --device DIR        the device (default: $KV_DEVICE, else the default device)\n"
+    "  --name NAME         the device name that the linked device sees (default: the\n"
+    "                      device folder's name)\n"
+    "  --listen HOST:PORT  wait for the paired device's link there (port 0: any)\n"
+    "  --connect HOST:PORT link to the paired device there\n"
+    "  --insecure          link over plain TCP: nobody authenticated, nothing encrypted\n";
+
+void readLink(const Cli::Arguments& arguments, DaemonOptions& options) {
+    arguments.allowOneOf("listen", "connect");
+    const auto listen = arguments.value("listen");
+    const auto connect = arguments.value("connect");
+    if (listen || connect) {
+        options.linkGiven = true;
+        options.listen = listen.has_value();
+        std::tie(options.host, options.port) = splitHostPort(listen ? *listen : *connect);
+    }
+}
+
+}  // namespace
+
+const Cli::CommandLine& daemonCommandLine() {
+    static const Cli::CommandLine commandLine("kv-accessoryd", kUsage,
+                                              {Cli::kDeviceOption,
+                                               {"name", Option::WithValue},
+                                               {"listen", Option::WithValue},
+                                               {"connect", Option::WithValue},
+                                               {"insecure", Option::Flag}});
+    return commandLine;
+}
 
 std::pair<std::string, unsigned short> splitHostPort(const std::string& text) {
     const std::size_t colon = text.rfind(':');
     if (colon == std::string::npos || colon == 0 || colon + 1 == text.size()) {
-        throw std::invalid_argument("expected HOST:PORT, got \"" + text + "\"");
+        throw UsageError("expected HOST:PORT, got \"" + text + "\"");
     }
     const std::string port = text.substr(colon + 1);
     if (port.find_first_not_of("0123456789") != std::string::npos || port.size() > 5 ||
         std::stoul(port) > 65535) {
-        throw std::invalid_argument("bad port in \"" + text + "\"");
+        throw UsageError("bad port in \"" + text + "\"");
     }
     return {text.substr(0, colon), static_cast<unsigned short>(std::stoul(port))};
 }
 
-DaemonOptions parseDaemonOptions(const std::vector<std::string>& arguments) {
+DaemonOptions readDaemonOptions(const Cli::Arguments& arguments) {
+    arguments.allowOperands(0);
     DaemonOptions options;
-    for (std::size_t i = 0; i < arguments.size(); ++i) {
-        const std::string& option = arguments[i];
-        if (option == "--insecure") {
-            options.insecure = true;
-            continue;
-        }
-        if (i + 1 >= arguments.size()) {
-            throw std::invalid_argument("missing value or unknown option: " + option);
-        }
-        const std::string& value = arguments[++i];
-        if (option == "--device") {
-            options.device = value;
-        } else if (option == "--name") {
-            options.name = value;
-        } else if (option == "--listen" || option == "--connect") {
-            if (options.linkGiven) {
-                throw std::invalid_argument("give one of --listen and --connect");
-            }
-            options.linkGiven = true;
-            options.listen = option == "--listen";
-            std::tie(options.host, options.port) = splitHostPort(value);
-        } else {
-            throw std::invalid_argument("unknown option: " + option);
-        }
-    }
+    options.device = arguments.value("device").value_or("");
+    options.name = arguments.value("name").value_or("");
+    options.insecure = arguments.has("insecure");
+    readLink(arguments, options);
     return options;
 }
 

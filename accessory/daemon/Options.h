@@ -2,9 +2,10 @@
 #ifndef KV_ACCESSORYD_OPTIONS_H
 #define KV_ACCESSORYD_OPTIONS_H
 
-#include <optional>
+#include <kv-cli/CommandLine.h>
+
 #include <string>
-#include <vector>
+#include <utility>
 
 namespace Kv {
 namespace Accessory {
@@ -19,13 +20,13 @@ struct DaemonOptions {
     bool insecure = false;  // a plain TCP link: nobody authenticated, nothing encrypted
 };
 
-extern const char* const kDaemonUsage;
+// The daemon's options and usage text.
+const Cli::CommandLine& daemonCommandLine();
 
-// Parses the arguments after the program name. Throws std::invalid_argument
-// with the reason when they are wrong.
-DaemonOptions parseDaemonOptions(const std::vector<std::string>& arguments);
+// Reads what the command line gave. Throws Cli::UsageError when it is wrong.
+DaemonOptions readDaemonOptions(const Cli::Arguments& arguments);
 
-// Splits "HOST:PORT". Throws std::invalid_argument when it is not that.
+// Splits "HOST:PORT". Throws Cli::UsageError when it is not that.
 std::pair<std::string, unsigned short> splitHostPort(const std::string& text);
 
 }  // namespace Accessory

@@ -271,8 +271,7 @@ void Service::pumpFile(int transactionId) {
 }
 
 void Service::reportProgress(Transfer& transfer) {
-    const int progress =
-        transfer.size == 0 ? 100 : static_cast<int>(transfer.done * 100 / transfer.size);
+    const int progress = percentDone(transfer);
     if (progress == transfer.progress) {
         return;
     }

@@ -10,7 +10,6 @@
 #include <unistd.h>
 
 #include <csignal>
-#include <iostream>
 #include <memory>
 
 #include "ClientServer.h"
@@ -98,22 +97,20 @@ int run(const DaemonOptions& options) {
     return 0;
 }
 
-}  // namespace
-
-int main(int argc, char** argv) {
-    Kv::Device::keepLargeAllocationsInTheHeap();
-    DaemonOptions options;
-    try {
-        options = parseDaemonOptions(std::vector<std::string>(argv + 1, argv + argc));
-    } catch (const std::invalid_argument& error) {
-        std::cerr << "kv-accessoryd: " << error.what() << "\n" << kDaemonUsage;
-        return 2;
-    }
+// Runs the daemon; a failure is logged as well as told on stderr.
+int runLogged(const Kv::Cli::Arguments& arguments) {
+    const DaemonOptions options = readDaemonOptions(arguments);
     try {
         return run(options);
     } catch (const std::exception& error) {
         LoggerE(error.what());
-        std::cerr << "kv-accessoryd: " << error.what() << "\n";
-        return 1;
+        throw;
     }
+}
+
+}  // namespace
+
+int main(int argc, char** argv) {
+    Kv::Device::keepLargeAllocationsInTheHeap();
+    return daemonCommandLine().run(argc, argv, runLogged);
 }

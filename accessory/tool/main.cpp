@@ -1,41 +1,54 @@
 // kv-accessory: drives the accessory services of emulated devices.
+#include <kv-accessory/DeviceControl.h>
+#include <kv-accessory/DeviceIdentity.h>
+#include <kv-accessory/Pairing.h>
+#include <kv-accessory/StatusText.h>
+#include <kv-cli/CommandLine.h>
 #include <kv-device/Device.h>
 #include <limits.h>
 #include <stdlib.h>
 
+#include <functional>
 #include <iostream>
 #include <map>
 #include <stdexcept>
 
-#include <kv-accessory/DeviceControl.h>
-#include <kv-accessory/DeviceIdentity.h>
-#include <kv-accessory/Pairing.h>
+#include "StatusJson.h"
 
 using namespace Kv::Accessory;
+using Kv::Cli::Arguments;
+using Kv::Cli::Option;
+using Kv::Cli::UsageError;
 
 namespace {
 
-const char* const kUsage =
-    "usage:\n"
-    "  kv-accessory create DIR_A DIR_B          make two device folders, each with its identity\n"
-    "  kv-accessory pair DIR_A DIR_B [--insecure]\n"
-    "                                           pin each other's certificate and start both\n"
-    "                                           services, linked over loopback (TLS 1.3)\n"
-    "  kv-accessory pair DIR --listen HOST:PORT | --connect HOST:PORT\n"
-    "                                           pair with a device of another host: both show a\n"
-    "                                           code; confirm when they show the same\n"
-    "  kv-accessory unpair DIR                  forget the paired device\n"
-    "  kv-accessory identity DIR                the device's certificate and its pin\n"
-    "  kv-accessory start DIR [--listen HOST:PORT | --connect HOST:PORT] [--name NAME]\n"
-    "                                           (no options: as it was last started)\n"
-    "  kv-accessory status DIR                  the service's link, apps, agents, connections\n"
-    "  kv-accessory detach DIR                  drop the device's link and keep it down\n"
-    "  kv-accessory attach DIR                  allow the link again\n"
-    "  kv-accessory stop DIR...                 stop the services\n";
+const char kUsage[] =
+    "usage: kv-accessory COMMAND [DIR...] [OPTIONS]\n"
+    "commands:\n"
+    "  create DIR_A DIR_B          make two device folders, each with its identity\n"
+    "  pair DIR_A DIR_B [--insecure]\n"
+    "                              pin each other's certificate and start both\n"
+    "                              services, linked over loopback (TLS 1.3)\n"
+    "  pair DIR --listen HOST:PORT | --connect HOST:PORT\n"
+    "                              pair with a device of another host: both show a\n"
+    "                              code; confirm when they show the same\n"
+    "  unpair DIR                  forget the paired device\n"
+    "  identity DIR                the device's certificate and its pin\n"
+    "  start DIR [--listen HOST:PORT | --connect HOST:PORT] [--name NAME] [--insecure]\n"
+    "                              start the service (no options: as it was last started)\n"
+    "  status DIR [--json]         the service's link, agents, connections and file\n"
+    "                              transfers; --json: the same as one JSON object\n"
+    "  detach DIR                  drop the device's link and keep it down\n"
+    "  attach DIR                  allow the link again\n"
+    "  stop DIR...                 stop the services\n"
+    "options:\n"
+    "  --device DIR   stands for a DIR (pair --device A --device B is pair A B); a\n"
+    "                 command on one device takes $KV_DEVICE, else the default\n"
+    "                 device, when no DIR is given\n";
 
-struct UsageError : std::invalid_argument {
-    using std::invalid_argument::invalid_argument;
-};
+using Folders = std::vector<std::string>;
+// A command, given the command line and its device folders.
+using Command = std::function<void(const Arguments&, const Folders&)>;
 
 std::string absolute(const std::string& folder) {
     Kv::Device::ensureLayout(folder);
@@ -46,13 +59,31 @@ std::string absolute(const std::string& folder) {
     return resolved;
 }
 
-void needArguments(const std::vector<std::string>& arguments, std::size_t count) {
-    if (arguments.size() < count) {
-        throw UsageError("missing arguments");
+// The device folders of a command: the operands after the command, then
+// the values of --device.
+Folders deviceFolders(const Arguments& arguments) {
+    Folders folders(arguments.operands().begin() + 1, arguments.operands().end());
+    const Folders given = arguments.values("device");
+    folders.insert(folders.end(), given.begin(), given.end());
+    return folders;
+}
+
+// The one device of a command; without a folder, the process's device.
+std::string oneDevice(const Folders& folders, const std::string& command) {
+    if (folders.size() > 1) {
+        throw UsageError(command + " takes one device folder, not " +
+                         std::to_string(folders.size()));
+    }
+    return absolute(folders.empty() ? Kv::Device::root() : folders[0]);
+}
+
+void needFolders(const Folders& folders, std::size_t count, const std::string& command) {
+    if (folders.size() < count) {
+        throw UsageError(command + " needs " + std::to_string(count) + " device folders");
     }
 }
 
-void pair(const std::string& first, const std::string& second, bool insecure) {
+void pairLocally(const std::string& first, const std::string& second, bool insecure) {
     pairFolders(first, second);
     const std::vector<std::string> extra =
         insecure ? std::vector<std::string>{"--insecure"} : std::vector<std::string>{};
@@ -79,21 +110,44 @@ bool confirmCode(const std::string& code, const std::string& fingerprint) {
     return answer == "y" || answer == "Y" || answer == "yes";
 }
 
-void pairRemote(const std::vector<std::string>& arguments) {
-    if (arguments.size() != 3 || (arguments[1] != "--listen" && arguments[1] != "--connect")) {
-        throw UsageError("pair DIR needs --listen HOST:PORT or --connect HOST:PORT");
-    }
-    const std::string device = absolute(arguments[0]);
+void pairRemotely(const std::string& device, const Arguments& arguments) {
+    const bool listen = arguments.has("listen");
+    const std::string hostPort = *arguments.value(listen ? "listen" : "connect");
     const auto listening = [&](unsigned short port) {
-        const std::string host = arguments[2].substr(0, arguments[2].rfind(':'));
+        const std::string host = hostPort.substr(0, hostPort.rfind(':'));
         std::cout << "waiting for the other device on " << host << ":" << port << std::endl;
     };
-    if (!pairOverNetwork(device, arguments[1] == "--listen", arguments[2], confirmCode,
-                         listening)) {
+    if (!pairOverNetwork(device, listen, hostPort, confirmCode, listening)) {
         std::cout << "not paired\n";
         throw std::runtime_error("the codes were not confirmed; nothing was pinned");
     }
     std::cout << "paired: " << device << " now links only with that device\n";
+}
+
+void pairCommand(const Arguments& arguments, const Folders& folders) {
+    if (arguments.has("listen") || arguments.has("connect")) {
+        const std::string command = "pair --listen or --connect";
+        arguments.allowOnly(command, {"device", "listen", "connect"});
+        arguments.allowOneOf("listen", "connect");
+        pairRemotely(oneDevice(folders, command), arguments);
+        return;
+    }
+    arguments.allowOnly("pair", {"device", "insecure"});
+    needFolders(folders, 2, "pair");
+    if (folders.size() > 2) {
+        throw UsageError("unexpected argument '" + folders[2] + "'");
+    }
+    pairLocally(absolute(folders[0]), absolute(folders[1]), arguments.has("insecure"));
+}
+
+void createCommand(const Arguments& arguments, const Folders& folders) {
+    arguments.allowOnly("create", {"device"});
+    needFolders(folders, 2, "create");
+    for (const std::string& folder : folders) {
+        const std::string device = absolute(folder);
+        ensureIdentity(device, device.substr(device.rfind('/') + 1));
+        std::cout << device << "\n";
+    }
 }
 
 void showIdentity(const std::string& device) {
@@ -102,74 +156,109 @@ void showIdentity(const std::string& device) {
     std::cout << "paired with: " << (pin ? certificateFingerprint(*pin) : "nobody") << "\n";
 }
 
+// The daemon's link options of a start: --listen or --connect, --name,
+// --insecure.
+std::vector<std::string> daemonArguments(const Arguments& arguments) {
+    arguments.allowOneOf("listen", "connect");
+    std::vector<std::string> forwarded;
+    for (const std::string option : {"listen", "connect", "name"}) {
+        if (const auto value = arguments.value(option)) {
+            forwarded.insert(forwarded.end(), {"--" + option, *value});
+        }
+    }
+    if (arguments.has("insecure")) {
+        forwarded.push_back("--insecure");
+    }
+    return forwarded;
+}
+
+void startCommand(const Arguments& arguments, const Folders& folders) {
+    arguments.allowOnly("start", {"device", "listen", "connect", "name", "insecure"});
+    const std::vector<std::string> forwarded = daemonArguments(arguments);
+    startDaemon(oneDevice(folders, "start"), forwarded);
+}
+
+void showStatus(const std::string& device, bool json) {
+    wire::Request request;
+    request.mutable_status();
+    const wire::Reply reply = control(device, request);
+    if (!reply.has_status_report()) {
+        if (json) {
+            throw std::runtime_error("the service of " + device + " gives no report; restart it");
+        }
+        std::cout << reply.status_text();
+        return;
+    }
+    std::cout << (json ? statusJson(reply.status_report()) + "\n"
+                       : statusText(reply.status_report()));
+}
+
+void statusCommand(const Arguments& arguments, const Folders& folders) {
+    arguments.allowOnly("status", {"device", "json"});
+    showStatus(oneDevice(folders, "status"), arguments.has("json"));
+}
+
 void setLink(const std::string& device, bool enabled) {
     wire::Request request;
     request.mutable_set_link()->set_enabled(enabled);
     control(device, request);
 }
 
-int runCommand(const std::string& command, const std::vector<std::string>& arguments) {
-    if (command == "create") {
-        needArguments(arguments, 2);
-        for (const std::string& folder : arguments) {
-            const std::string device = absolute(folder);
-            ensureIdentity(device, device.substr(device.rfind('/') + 1));
-            std::cout << device << "\n";
+void stopCommand(const Arguments& arguments, const Folders& folders) {
+    arguments.allowOnly("stop", {"device"});
+    for (const std::string& folder : folders.empty() ? Folders{Kv::Device::root()} : folders) {
+        if (!stopDaemon(absolute(folder))) {
+            std::cerr << "kv-accessory: no service runs for " << folder << "\n";
         }
-    } else if (command == "pair" && arguments.size() >= 2 && arguments[1].rfind("--", 0) == 0) {
-        pairRemote(arguments);
-    } else if (command == "pair") {
-        needArguments(arguments, 2);
-        const bool insecure = arguments.size() == 3 && arguments[2] == "--insecure";
-        if (arguments.size() > 2 && !insecure) {
-            throw UsageError("unexpected argument: " + arguments[2]);
-        }
-        pair(absolute(arguments[0]), absolute(arguments[1]), insecure);
-    } else if (command == "unpair") {
-        needArguments(arguments, 1);
-        unpair(absolute(arguments[0]));
-    } else if (command == "identity") {
-        needArguments(arguments, 1);
-        showIdentity(absolute(arguments[0]));
-    } else if (command == "start") {
-        needArguments(arguments, 1);
-        startDaemon(absolute(arguments[0]),
-                    std::vector<std::string>(arguments.begin() + 1, arguments.end()));
-    } else if (command == "status") {
-        needArguments(arguments, 1);
-        wire::Request request;
-        request.mutable_status();
-        std::cout << control(absolute(arguments[0]), request).status_text();
-    } else if (command == "detach" || command == "attach") {
-        needArguments(arguments, 1);
-        setLink(absolute(arguments[0]), command == "attach");
-    } else if (command == "stop") {
-        needArguments(arguments, 1);
-        for (const std::string& folder : arguments) {
-            if (!stopDaemon(absolute(folder))) {
-                std::cerr << "kv-accessory: no service runs for " << folder << "\n";
-            }
-        }
-    } else {
-        throw UsageError("unknown command: " + command);
     }
+}
+
+// A command on one device that takes no option but --device.
+Command onOneDevice(const std::string& name,
+                    const std::function<void(const std::string&)>& action) {
+    return [name, action](const Arguments& arguments, const Folders& folders) {
+        arguments.allowOnly(name, {"device"});
+        action(oneDevice(folders, name));
+    };
+}
+
+const std::map<std::string, Command>& commands() {
+    static const std::map<std::string, Command> table{
+        {"create", createCommand},
+        {"pair", pairCommand},
+        {"unpair", onOneDevice("unpair", unpair)},
+        {"identity", onOneDevice("identity", showIdentity)},
+        {"start", startCommand},
+        {"status", statusCommand},
+        {"detach",
+         onOneDevice("detach", [](const std::string& device) { setLink(device, false); })},
+        {"attach", onOneDevice("attach", [](const std::string& device) { setLink(device, true); })},
+        {"stop", stopCommand}};
+    return table;
+}
+
+int runTool(const Arguments& arguments) {
+    if (arguments.operands().empty()) {
+        throw UsageError("no command");
+    }
+    const std::string& name = arguments.operands()[0];
+    const auto command = commands().find(name);
+    if (command == commands().end()) {
+        throw UsageError("unknown command '" + name + "'");
+    }
+    command->second(arguments, deviceFolders(arguments));
     return 0;
 }
 
 }  // namespace
 
 int main(int argc, char** argv) {
-    if (argc < 2) {
-        std::cerr << kUsage;
-        return 2;
-    }
-    try {
-        return runCommand(argv[1], std::vector<std::string>(argv + 2, argv + argc));
-    } catch (const UsageError& error) {
-        std::cerr << "kv-accessory: " << error.what() << "\n" << kUsage;
-        return 2;
-    } catch (const std::exception& error) {
-        std::cerr << "kv-accessory: " << error.what() << "\n";
-        return 1;
-    }
+    const Kv::Cli::CommandLine commandLine("kv-accessory", kUsage,
+                                           {Kv::Cli::kDeviceOption,
+                                            {"listen", Option::WithValue},
+                                            {"connect", Option::WithValue},
+                                            {"name", Option::WithValue},
+                                            {"insecure", Option::Flag},
+                                            {"json", Option::Flag}});
+    return commandLine.run(argc, argv, runTool);
 }

@@ -3,22 +3,23 @@
 //   kv-runtime [--device DIR] run APP_ID [--plugins DIR] [--plugin FILE]... [--timeout SECONDS]
 //              [-- ARGUMENT...]
 //   kv-runtime [--device DIR] list
-//   kv-runtime --help
+//   kv-runtime --help | --version
 #ifndef KV_RUNTIME_COMMAND_LINE_H
 #define KV_RUNTIME_COMMAND_LINE_H
 
+#include <kv-cli/CommandLine.h>
+
 #include <optional>
-#include <stdexcept>
 #include <string>
 #include <vector>
 
 namespace Kv {
 namespace Runtime {
 
-enum class Command { Help, Install, Run, List };
+enum class Command { Install, Run, List };
 
 struct CommandLine {
-    Command command = Command::Help;
+    Command command = Command::List;
     std::optional<std::string> deviceDir;
     std::string appFolder;  // install
     std::string appId;      // run
@@ -28,17 +29,11 @@ struct CommandLine {
     std::vector<std::string> appArguments;  // run: what follows "--", for the app
 };
 
-// A command line that does not fit the usage; the message says why.
-class UsageError : public std::invalid_argument {
-public:
-    using std::invalid_argument::invalid_argument;
-};
+// The program's options and usage text.
+const Cli::CommandLine& programCommandLine();
 
-// Parses argv[1..argc-1]. Throws UsageError.
-CommandLine parseCommandLine(int argc, const char* const argv[]);
-
-// The usage text, several lines, ending with a newline.
-const char* usageText();
+// Reads what the command line gave. Throws Cli::UsageError.
+CommandLine parseCommandLine(const Cli::Arguments& arguments);
 
 }  // namespace Runtime
 }  // namespace Kv

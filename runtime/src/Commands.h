@@ -8,9 +8,9 @@
 namespace Kv {
 namespace Runtime {
 
-// Exit codes besides the app's own.
+// Exit codes besides the app's own (a usage error exits with
+// Cli::kUsageExitCode, 2).
 inline constexpr int kExitFailure = 1;
-inline constexpr int kExitUsage = 2;
 inline constexpr int kExitUnknownApp = 3;
 inline constexpr int kExitPluginError = 4;
 

@@ -38,26 +38,21 @@ int dispatch(const CommandLine& line) {
             return runCommand(line);
         case Command::List:
             return listCommand();
-        case Command::Help:
-            std::fputs(usageText(), stdout);
-            return 0;
     }
-    return kExitUsage;
+    return kExitFailure;
+}
+
+int runProgram(const Kv::Cli::Arguments& arguments) {
+    const CommandLine line = parseCommandLine(arguments);
+    if (const int failed = prepareDevice(line)) {
+        return failed;
+    }
+    return dispatch(line);
 }
 
 }  // namespace
 
 int main(int argc, char* argv[]) {
     Kv::Device::keepLargeAllocationsInTheHeap();
-    CommandLine line;
-    try {
-        line = parseCommandLine(argc, argv);
-    } catch (const UsageError& error) {
-        std::fprintf(stderr, "kv-runtime: %s\n%s", error.what(), usageText());
-        return kExitUsage;
-    }
-    if (const int failed = prepareDevice(line)) {
-        return failed;
-    }
-    return dispatch(line);
+    return programCommandLine().run(argc, argv, runProgram);
 }

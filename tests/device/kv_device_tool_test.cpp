@@ -88,11 +88,37 @@ TEST(KvDeviceToolTest, InstallOfABrokenAppFailsWithTheReason) {
     EXPECT_NE(result.output.find("missing <application"), std::string::npos) << result.output;
 }
 
-TEST(KvDeviceToolTest, UsageErrorsExitWithTwoAndTheUsage) {
+TEST(KvDeviceToolTest, UsageErrorsExitWithTwoAndAHint) {
     for (const std::vector<std::string>& arguments : std::vector<std::vector<std::string>>{
              {}, {"frobnicate"}, {"--device"}, {"run"}, {"run", "--"}, {"path", "extra"}}) {
         const KvTest::ProcessResult result = tool(arguments);
         EXPECT_EQ(result.exitCode, 2) << result.output;
-        EXPECT_NE(result.output.find("usage: kv-device"), std::string::npos) << result.output;
+        EXPECT_NE(result.output.find("; try 'kv-device --help'\n"), std::string::npos)
+            << result.output;
     }
+}
+
+TEST(KvDeviceToolTest, DeviceOptionWinsOverKvDeviceWhereverItStands) {
+    KvTest::TempDevice environment;
+    KvTest::TempFolder folder;
+    const std::string device = folder.path() + "/dev";
+    for (const std::vector<std::string>& arguments :
+         std::vector<std::vector<std::string>>{{"--device", device, "path"},
+                                               {"path", "--device", device},
+                                               {"path", "--device=" + device}}) {
+        const KvTest::ProcessResult result = tool(arguments);
+        EXPECT_EQ(result.exitCode, 0) << result.output;
+        EXPECT_EQ(result.output, device + "\n");
+    }
+}
+
+TEST(KvDeviceToolTest, RunTakesTheCommandWithOrWithoutTheDashes) {
+    KvTest::TempDevice device;
+    KvTest::writeTextFile(Kv::Device::hostPath("/opt/usr/media/Documents/note.txt"), "inside");
+    const KvTest::ProcessResult plain = tool({"run", "cat", "/opt/usr/media/Documents/note.txt"});
+    EXPECT_EQ(plain.exitCode, 0) << plain.output;
+    EXPECT_EQ(plain.output, "inside");
+    const KvTest::ProcessResult dashes = tool({"run", "--", "sh", "-c", "echo --device"});
+    EXPECT_EQ(dashes.exitCode, 0) << dashes.output;
+    EXPECT_EQ(dashes.output, "--device\n");
 }

@@ -159,21 +159,39 @@ TEST_F(RuntimeAppTest, InstallChecksTheServiceProfile) {
         << breaking.err;
 }
 
-TEST_F(RuntimeAppTest, UsageErrorsExitWith2AndShowTheUsage) {
+TEST_F(RuntimeAppTest, UsageErrorsExitWith2AndAOneLineHint) {
     for (const auto& arguments :
          std::vector<std::vector<std::string>>{{},
                                                {"launch"},
                                                {"run"},
                                                {"install"},
                                                {"list", "extra"},
+                                               {"list", "--timeout", "5"},
+                                               {"run", "x.App", "extra"},
                                                {"run", "x.App", "--timeout", "soon"},
                                                {"run", "x.App", "--plugin"}}) {
         std::vector<std::string> argv = {KV_RUNTIME_PATH};
         argv.insert(argv.end(), arguments.begin(), arguments.end());
         const ProcessResult result = runProcess(argv, environment());
         EXPECT_EQ(result.exitCode, 2) << testing::PrintToString(arguments);
-        EXPECT_TRUE(contains(result.err, "usage: kv-runtime")) << result.err;
+        EXPECT_TRUE(result.err.rfind("kv-runtime: ", 0) == 0) << result.err;
+        EXPECT_TRUE(contains(result.err, "; try 'kv-runtime --help'\n")) << result.err;
+        EXPECT_EQ(std::count(result.err.begin(), result.err.end(), '\n'), 1) << result.err;
     }
+    const ProcessResult unknown = runProcess({KV_RUNTIME_PATH, "launch"}, environment());
+    EXPECT_EQ(unknown.err, "kv-runtime: unknown command 'launch'; try 'kv-runtime --help'\n");
+}
+
+TEST_F(RuntimeAppTest, DeviceOptionMayFollowTheCommandAndItsOperands) {
+    const std::string app = install("where0002", "runtime.exit(0);\n");
+    const ProcessResult list =
+        runProcess({KV_RUNTIME_PATH, "list", "--device", m_dir.file("device")}, environment());
+    EXPECT_EQ(list.exitCode, 0) << list.err;
+    EXPECT_EQ(list.out, "where0002.App\twhere0002\tApp where0002\n");
+    const ProcessResult run = runProcess(
+        {KV_RUNTIME_PATH, "run", app, "--timeout", "20", "--device=" + m_dir.file("device")},
+        environment());
+    EXPECT_EQ(run.exitCode, 0) << run.err;
 }
 
 TEST_F(RuntimeAppTest, UnknownAppExitsWith3) {

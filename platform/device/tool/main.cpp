@@ -1,4 +1,5 @@
 // kv-device: makes, shows and enters emulated devices.
+#include <kv-cli/CommandLine.h>
 #include <kv-device/AppRegistry.h>
 #include <kv-device/Device.h>
 
@@ -12,7 +13,8 @@
 
 namespace {
 
-constexpr int kUsageError = 2;
+using Kv::Cli::UsageError;
+
 constexpr int kExecFailed = 127;
 
 const char kUsage[] =
@@ -23,12 +25,8 @@ const char kUsage[] =
     "  run -- CMD [ARGS...] run a command inside the device (its /opt is the device's)\n"
     "  apps                 list the installed apps: app id, package, name\n"
     "  install APP_FOLDER   install the app in APP_FOLDER (it holds config.xml)\n"
-    "The device is DIR, else $KV_DEVICE, else the default device.\n";
-
-int usage(const std::string& problem) {
-    std::cerr << "kv-device: " << problem << "\n" << kUsage;
-    return kUsageError;
-}
+    "options:\n"
+    "  --device DIR   the device (default: $KV_DEVICE, else the default device)\n";
 
 int runInside(const std::vector<std::string>& command) {
     Kv::Device::enter();
@@ -50,9 +48,17 @@ int listApps() {
     return 0;
 }
 
+// The command after "run", with or without the "--" before it.
+int runCommand(const std::vector<std::string>& program) {
+    if (program.empty()) {
+        throw UsageError("run needs a command");
+    }
+    return runInside(program);
+}
+
 int dispatch(const std::string& command, const std::vector<std::string>& rest) {
     if ((command == "create" || command == "path" || command == "apps") && !rest.empty()) {
-        return usage("too many arguments for " + command);
+        throw UsageError("too many arguments for " + command);
     }
     if (command == "create" || command == "path") {
         std::cout << Kv::Device::root() << "\n";
@@ -63,41 +69,31 @@ int dispatch(const std::string& command, const std::vector<std::string>& rest) {
     }
     if (command == "install") {
         if (rest.size() != 1) {
-            return usage("install needs one app folder");
+            throw UsageError("install needs one app folder");
         }
         std::cout << Kv::Device::installApp(rest[0]).appId << "\n";
         return 0;
     }
     if (command == "run") {
-        const bool dashes = !rest.empty() && rest[0] == "--";
-        const std::vector<std::string> program(rest.begin() + (dashes ? 1 : 0), rest.end());
-        return program.empty() ? usage("run needs a command") : runInside(program);
+        return runCommand(rest);
     }
-    return usage("unknown command \"" + command + "\"");
+    throw UsageError("unknown command '" + command + "'");
 }
 
-int run(std::vector<std::string> arguments) {
-    if (!arguments.empty() && arguments[0] == "--device") {
-        if (arguments.size() < 2) {
-            return usage("--device needs a folder");
-        }
-        Kv::Device::select(arguments[1]);
-        arguments.erase(arguments.begin(), arguments.begin() + 2);
+int run(const Kv::Cli::Arguments& arguments) {
+    if (const auto device = arguments.value("device")) {
+        Kv::Device::select(*device);
     }
-    if (arguments.empty()) {
-        return usage("no command");
+    const std::vector<std::string>& operands = arguments.operands();
+    if (operands.empty()) {
+        throw UsageError("no command");
     }
-    const std::string command = arguments[0];
-    return dispatch(command, {arguments.begin() + 1, arguments.end()});
+    return dispatch(operands[0], {operands.begin() + 1, operands.end()});
 }
 
 }  // namespace
 
 int main(int argc, char** argv) {
-    try {
-        return run({argv + 1, argv + argc});
-    } catch (const std::exception& error) {
-        std::cerr << "kv-device: " << error.what() << "\n";
-        return 1;
-    }
+    const Kv::Cli::CommandLine commandLine("kv-device", kUsage, {Kv::Cli::kDeviceOption});
+    return commandLine.run(argc, argv, run);
 }

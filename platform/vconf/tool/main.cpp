@@ -1,6 +1,7 @@
 // kv-vconf: reads and writes the vconf store of a device from the shell.
 #include <vconf.h>
 
+#include <kv-cli/CommandLine.h>
 #include <kv-device/Device.h>
 
 #include <cstdlib>
@@ -11,19 +12,16 @@
 
 namespace {
 
-constexpr int kUsageError = 2;
+using Kv::Cli::UsageError;
 
 const char kUsage[] =
     "usage: kv-vconf [--device DIR] COMMAND\n"
     "commands:\n"
     "  get KEY                                  print the key's value\n"
     "  set KEY int|bool|double|string VALUE     write the key (notifies its watchers)\n"
-    "  unset KEY                                remove the key\n";
-
-int usage(const std::string& problem) {
-    std::cerr << "kv-vconf: " << problem << "\n" << kUsage;
-    return kUsageError;
-}
+    "  unset KEY                                remove the key\n"
+    "options:\n"
+    "  --device DIR   the device (default: $KV_DEVICE, else the default device)\n";
 
 int printValue(const std::string& key) {
     int number = 0;
@@ -37,8 +35,7 @@ int printValue(const std::string& key) {
         std::cout << text << "\n";
         std::free(text);
     } else {
-        std::cerr << "kv-vconf: no key " << key << "\n";
-        return 1;
+        throw std::runtime_error("no key " + key);
     }
     return 0;
 }
@@ -75,7 +72,7 @@ int setTypedValue(const std::string& key, const std::string& type, const std::st
     } else if (type == "string") {
         result = vconf_set_str(key.c_str(), value.c_str());
     } else {
-        return usage("unknown type \"" + type + "\"");
+        throw UsageError("unknown type \"" + type + "\"");
     }
     return result == VCONF_OK ? 0 : 1;
 }
@@ -83,13 +80,26 @@ int setTypedValue(const std::string& key, const std::string& type, const std::st
 int setValue(const std::string& key, const std::string& type, const std::string& value) {
     try {
         return setTypedValue(key, type, value);
+    } catch (const UsageError&) {
+        throw;
     } catch (const std::logic_error&) {
-        return usage("bad " + type + " value \"" + value + "\"");
+        throw UsageError("bad " + type + " value \"" + value + "\"");
     }
 }
 
+// What is wrong with a command line that names no command this tool runs.
+[[noreturn]] void refuse(const std::string& command) {
+    if (command.empty()) {
+        throw UsageError("no command");
+    }
+    if (command != "get" && command != "set" && command != "unset") {
+        throw UsageError("unknown command '" + command + "'");
+    }
+    throw UsageError("wrong number of arguments for " + command);
+}
+
 int dispatch(const std::vector<std::string>& arguments) {
-    const std::string& command = arguments[0];
+    const std::string command = arguments.empty() ? "" : arguments[0];
     if (command == "get" && arguments.size() == 2) {
         return printValue(arguments[1]);
     }
@@ -99,27 +109,19 @@ int dispatch(const std::vector<std::string>& arguments) {
     if (command == "unset" && arguments.size() == 2) {
         return vconf_unset(arguments[1].c_str()) == VCONF_OK ? 0 : 1;
     }
-    return usage("bad command line");
+    refuse(command);
 }
 
-int run(std::vector<std::string> arguments) {
-    if (!arguments.empty() && arguments[0] == "--device") {
-        if (arguments.size() < 2) {
-            return usage("--device needs a folder");
-        }
-        Kv::Device::select(arguments[1]);
-        arguments.erase(arguments.begin(), arguments.begin() + 2);
+int run(const Kv::Cli::Arguments& arguments) {
+    if (const auto device = arguments.value("device")) {
+        Kv::Device::select(*device);
     }
-    return arguments.empty() ? usage("no command") : dispatch(arguments);
+    return dispatch(arguments.operands());
 }
 
 }  // namespace
 
 int main(int argc, char** argv) {
-    try {
-        return run({argv + 1, argv + argc});
-    } catch (const std::exception& error) {
-        std::cerr << "kv-vconf: " << error.what() << "\n";
-        return 1;
-    }
+    const Kv::Cli::CommandLine commandLine("kv-vconf", kUsage, {Kv::Cli::kDeviceOption});
+    return commandLine.run(argc, argv, run);
 }

@@ -1,0 +1,251 @@
+// The kv-accessory tool's command line: --device standing for the device
+// folders, the process's device when none is given, the options each
+// command refuses, and the status of a live pair as text and as JSON.
+#include <google/protobuf/struct.pb.h>
+#include <google/protobuf/util/json_util.h>
+#include <gtest/gtest.h>
+#include <kv-accessory/DeviceControl.h>
+
+#include <algorithm>
+#include <chrono>
+#include <thread>
+
+#include "AccessoryTestSupport.h"
+#include "DeviceTestSupport.h"
+
+namespace KvTest {
+namespace {
+
+using google::protobuf::Struct;
+using google::protobuf::Value;
+
+ProcessResult tool(std::vector<std::string> arguments) {
+    arguments.insert(arguments.begin(), KV_ACCESSORY_TOOL_PATH);
+    return runProcess(arguments);
+}
+
+bool contains(const std::string& text, const std::string& part) {
+    return text.find(part) != std::string::npos;
+}
+
+// Asks for the device's status until its text shows `line`; false after 8 s.
+bool waitStatusLine(const std::string& device, const std::string& line) {
+    const auto deadline = std::chrono::steady_clock::now() + std::chrono::seconds(8);
+    while (std::chrono::steady_clock::now() < deadline) {
+        if (contains(tool({"status", "--device", device}).output, line)) {
+            return true;
+        }
+        std::this_thread::sleep_for(std::chrono::milliseconds(20));
+    }
+    return false;
+}
+
+// The member `name` of a JSON object; a test failure and null when missing.
+const Value& member(const Struct& object, const std::string& name) {
+    static const Value missing;
+    const auto found = object.fields().find(name);
+    if (found == object.fields().end()) {
+        ADD_FAILURE() << "no member \"" << name << "\"";
+        return missing;
+    }
+    return found->second;
+}
+
+const Value& path(const Struct& object, const std::string& first, const std::string& second) {
+    return member(member(object, first).struct_value(), second);
+}
+
+// The device's status as JSON, parsed; the test fails when it is not one
+// JSON object on one line.
+Struct statusJson(const std::string& device) {
+    const ProcessResult result = tool({"status", device, "--json"});
+    EXPECT_EQ(result.exitCode, 0) << result.output;
+    EXPECT_EQ(std::count(result.output.begin(), result.output.end(), '\n'), 1) << result.output;
+    Struct status;
+    EXPECT_TRUE(google::protobuf::util::JsonStringToMessage(result.output, &status).ok())
+        << result.output;
+    return status;
+}
+
+// Two device folders whose services are stopped at the end.
+struct ToolDevices {
+    ~ToolDevices() { tool({"stop", watch, phone}); }
+
+    TempFolder folder;
+    const std::string watch = folder.path() + "/watch";
+    const std::string phone = folder.path() + "/phone";
+};
+
+TEST(ToolCommandLineTest, DeviceOptionStandsForTheDeviceFoldersOfEveryCommand) {
+    const ToolDevices devices;
+    const std::string& watch = devices.watch;
+    const std::string& phone = devices.phone;
+    ASSERT_EQ(tool({"create", "--device", watch, "--device", phone}).exitCode, 0);
+    const ProcessResult paired = tool({"pair", "--device", watch, "--device", phone});
+    ASSERT_EQ(paired.exitCode, 0) << paired.output;
+    EXPECT_TRUE(contains(paired.output, "linked " + watch + " and " + phone)) << paired.output;
+    EXPECT_TRUE(contains(tool({"identity", "--device", watch}).output, "paired with: "));
+    EXPECT_TRUE(contains(tool({"status", "--device", watch}).output, "link: up"));
+
+    ASSERT_EQ(tool({"detach", "--device", phone}).exitCode, 0);
+    EXPECT_TRUE(waitStatusLine(phone, "link: down (disabled)"));
+    ASSERT_EQ(tool({"attach", "--device", phone}).exitCode, 0);
+    EXPECT_TRUE(waitStatusLine(phone, "link: up"));
+
+    ASSERT_EQ(tool({"stop", "--device", watch, "--device", phone}).exitCode, 0);
+    EXPECT_NE(tool({"status", "--device", watch}).exitCode, 0);
+    ASSERT_EQ(tool({"start", "--device", watch}).exitCode, 0);
+    ASSERT_EQ(tool({"start", phone}).exitCode, 0);
+    EXPECT_TRUE(waitStatusLine(watch, "link: up"));
+    EXPECT_EQ(tool({"stop", watch, "--device", phone}).exitCode, 0);
+}
+
+TEST(ToolCommandLineTest, ACommandOnOneDeviceTakesKvDeviceWhenGivenNone) {
+    DevicePair devices;
+    devices.start();
+    ProcessResult status;
+    onDevice(devices.alpha(), [&] { status = tool({"status"}); });
+    EXPECT_EQ(status.exitCode, 0) << status.output;
+    EXPECT_TRUE(contains(status.output, "device: alpha\nlink: up")) << status.output;
+}
+
+TEST(ToolCommandLineTest, OptionsAndFoldersThatACommandDoesNotTakeAreUsageErrors) {
+    const std::vector<std::pair<std::vector<std::string>, std::string>> cases{
+        {{"status", "/a", "--insecure"}, "--insecure does not go with status"},
+        {{"status", "/a", "/b"}, "status takes one device folder, not 2"},
+        {{"detach", "/a", "--json"}, "--json does not go with detach"},
+        {{"pair", "/a"}, "pair needs 2 device folders"},
+        {{"pair", "/a", "/b", "--listen", "127.0.0.1:0"},
+         "pair --listen or --connect takes one device folder, not 2"},
+        {{"start", "/a", "--listen", "h:1", "--connect", "h:2"},
+         "give one of --listen and --connect"},
+        {{"launch", "/a"}, "unknown command 'launch'"},
+        {{}, "no command"}};
+    for (const auto& [arguments, problem] : cases) {
+        const ProcessResult result = tool(arguments);
+        EXPECT_EQ(result.exitCode, 2) << result.output;
+        EXPECT_EQ(result.output, "kv-accessory: " + problem + "; try 'kv-accessory --help'\n");
+    }
+}
+
+// A live pair: alpha's consumer connected to beta's provider, and a file
+// that alpha offers and beta has not answered yet.
+class ToolStatusTest : public testing::Test {
+protected:
+    static constexpr std::size_t kFileSize = 12345;
+    static constexpr char kFilePath[] = "/opt/usr/media/Documents/report.bin";
+
+    void SetUp() override {
+        devices.start();
+        consumer = std::make_unique<WireClient>(devices.alpha(), kConsumerApp);
+        provider = std::make_unique<WireClient>(devices.beta(), kProviderApp);
+        connection = openConnection(*consumer, *provider, "/test/echo").first;
+        consumerAgent = consumer->registerAgent("/test/echo");
+        const std::vector<wire::PeerAgent> peers = consumer->findPeers(consumerAgent);
+        ASSERT_EQ(peers.size(), 1u);
+        peer = peers[0];
+        offerFile();
+    }
+
+    void offerFile() {
+        writeTextFile(devices.alpha() + "/fs" + kFilePath, std::string(kFileSize, 'x'));
+        wire::Request request;
+        request.mutable_push_file()->set_agent_id(consumerAgent);
+        *request.mutable_push_file()->mutable_peer() = peer;
+        request.mutable_push_file()->set_path(kFilePath);
+        const wire::Reply reply = consumer->call(request);
+        ASSERT_EQ(reply.result(), 0);
+        transfer = reply.value();
+        ASSERT_TRUE(provider->waitEvent([](const wire::Event& e) { return e.has_file_offered(); })
+                        .has_value());
+    }
+
+    DevicePair devices;
+    std::unique_ptr<WireClient> consumer;
+    std::unique_ptr<WireClient> provider;
+    std::uint32_t connection = 0;
+    std::uint32_t consumerAgent = 0;
+    wire::PeerAgent peer;
+    int transfer = 0;
+};
+
+TEST_F(ToolStatusTest, JsonHoldsTheLinkAgentsConnectionsAndTransfers) {
+    const Struct alpha = statusJson(devices.alpha());
+    EXPECT_EQ(member(alpha, "device").string_value(), "alpha");
+    EXPECT_EQ(path(alpha, "link", "state").string_value(), "up");
+    EXPECT_TRUE(path(alpha, "link", "secure").bool_value());
+    EXPECT_EQ(path(alpha, "link", "security").string_value(), "tls");
+    EXPECT_EQ(path(alpha, "link", "peer").string_value(), "beta");
+    EXPECT_GE(member(alpha, "sessions").number_value(), 2);
+    EXPECT_GT(member(alpha, "heap_in_use").number_value(), 0);
+
+    const auto& agents = member(alpha, "agents").list_value().values();
+    ASSERT_EQ(agents.size(), 1);
+    EXPECT_EQ(member(agents[0].struct_value(), "id").number_value(), consumerAgent);
+    EXPECT_EQ(member(agents[0].struct_value(), "app").string_value(), kConsumerApp);
+    EXPECT_EQ(member(agents[0].struct_value(), "profile").string_value(), "/test/echo");
+    EXPECT_EQ(member(agents[0].struct_value(), "role").string_value(), "consumer");
+
+    const auto& connections = member(alpha, "connections").list_value().values();
+    ASSERT_EQ(connections.size(), 1);
+    const Struct& open = connections[0].struct_value();
+    EXPECT_EQ(member(open, "id").number_value(), connection);
+    EXPECT_EQ(member(open, "state").string_value(), "open");
+    EXPECT_EQ(path(open, "peer", "device").string_value(), "beta");
+    EXPECT_EQ(path(open, "peer", "agent").number_value(), peer.peer_agent_id());
+
+    const auto& transfers = member(alpha, "transfers").list_value().values();
+    ASSERT_EQ(transfers.size(), 1);
+    const Struct& sending = transfers[0].struct_value();
+    EXPECT_EQ(member(sending, "id").number_value(), transfer);
+    EXPECT_EQ(member(sending, "direction").string_value(), "sending");
+    EXPECT_EQ(member(sending, "state").string_value(), "offered");
+    EXPECT_EQ(member(sending, "path").string_value(), kFilePath);
+    EXPECT_EQ(member(sending, "size").number_value(), kFileSize);
+    EXPECT_EQ(member(sending, "done").number_value(), 0);
+    EXPECT_EQ(member(sending, "progress").number_value(), 0);
+}
+
+TEST_F(ToolStatusTest, JsonOfTheReceivingSideShowsTheOfferAndTheProvider) {
+    const Struct beta = statusJson(devices.beta());
+    EXPECT_EQ(path(beta, "link", "peer").string_value(), "alpha");
+    const auto& agents = member(beta, "agents").list_value().values();
+    ASSERT_EQ(agents.size(), 1);
+    EXPECT_EQ(member(agents[0].struct_value(), "role").string_value(), "provider");
+    const auto& transfers = member(beta, "transfers").list_value().values();
+    ASSERT_EQ(transfers.size(), 1);
+    EXPECT_EQ(member(transfers[0].struct_value(), "direction").string_value(), "receiving");
+    EXPECT_EQ(member(transfers[0].struct_value(), "size").number_value(), kFileSize);
+}
+
+TEST_F(ToolStatusTest, TextShowsALineForEachAgentConnectionAndTransfer) {
+    const ProcessResult status = tool({"status", devices.alpha()});
+    ASSERT_EQ(status.exitCode, 0) << status.output;
+    const std::string agent = std::to_string(consumerAgent);
+    EXPECT_TRUE(contains(status.output, "agents: 1\n  agent " + agent + ": " + kConsumerApp +
+                                            ", /test/echo (consumer)\n"))
+        << status.output;
+    EXPECT_TRUE(contains(status.output, "connections: 1\n  connection " +
+                                            std::to_string(connection) + ": agent " + agent +
+                                            " with " + peer.app_name() + " on beta (agent " +
+                                            std::to_string(peer.peer_agent_id()) + "), open\n"))
+        << status.output;
+    EXPECT_TRUE(contains(status.output, "transfers: 1\n  transfer " + std::to_string(transfer) +
+                                            ": agent " + agent + " sending " + kFilePath +
+                                            ", 0 of 12345 bytes (0%), offered\n"))
+        << status.output;
+    EXPECT_TRUE(contains(status.output, "heap in use: ")) << status.output;
+}
+
+TEST_F(ToolStatusTest, TheDaemonsReplyCarriesTheSameReportAsText) {
+    wire::Request request;
+    request.mutable_status();
+    const wire::Reply reply = Kv::Accessory::control(devices.alpha(), request);
+    ASSERT_TRUE(reply.has_status_report());
+    EXPECT_EQ(reply.status_report().agents_size(), 1);
+    EXPECT_EQ(reply.status_report().transfers(0).size(), kFileSize);
+    EXPECT_TRUE(contains(reply.status_text(), "transfers: 1\n  transfer ")) << reply.status_text();
+}
+
+}  // namespace
+}  // namespace KvTest
