@@ -1,7 +1,7 @@
 #include "ScriptTestContext.h"
 
 #include <dlfcn.h>
-#include <dpl/main_loop.h>
+#include <kv-runtime/ScriptEngine.h>
 
 #include <vector>
 
@@ -11,12 +11,12 @@ JSStringRef makeString(const std::string& text) {
     return JSStringCreateWithUTF8CString(text.c_str());
 }
 
-// ecore and JavaScriptCore both handle SIGUSR1, the signal with which the
-// collector suspends threads; whoever installs last wins. The main loop (and
-// so ecore) starts first, so the script engine's handler is the one in force
-// and a collection never waits for a suspension that ecore swallowed.
+// ecore and JavaScriptCore both handle SIGUSR1, the collector's default
+// signal for suspending threads. As the runtime host does, the main loop
+// (ecore) starts first and the engine gets a real-time signal of its own, so
+// a collection never waits for a suspension that ecore swallowed.
 JSGlobalContextRef createContextAfterTheMainLoop() {
-    DPL::MainLoop::Instance();
+    Kv::Runtime::prepareScriptEngine();
     return JSGlobalContextCreate(nullptr);
 }
 

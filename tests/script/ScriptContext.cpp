@@ -1,6 +1,6 @@
 #include "ScriptContext.h"
 
-#include <dpl/main_loop.h>
+#include <kv-runtime/ScriptEngine.h>
 
 #include <memory>
 
@@ -33,9 +33,9 @@ JSValueRef evaluate(JSContextRef context, const std::string& script, JSValueRef*
 }  // namespace
 
 void ScriptTest::SetUp() {
-    // The main loop initialises ecore, which must happen before
-    // JavaScriptCore starts its collector threads.
-    DPL::MainLoop::Instance();
+    // As the runtime host does: the main loop (ecore) first, and the
+    // engine's collector on a signal of its own.
+    Kv::Runtime::prepareScriptEngine();
     m_context = JSGlobalContextCreate(nullptr);
 }
 
