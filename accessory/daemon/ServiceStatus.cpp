@@ -45,6 +45,12 @@ wire::StatusReport Service::statusReport() const {
         reportTransfer(transfer, *report.add_transfers());
     }
     report.set_heap_in_use(heapInUse());
+    std::uint64_t forApps = 0;
+    for (const auto& [id, session] : m_sessions) {
+        forApps += session.channel->queuedBytes();
+    }
+    report.set_queued_for_apps(forApps);
+    report.set_queued_for_link(m_link != nullptr ? m_link->queuedBytes() : 0);
     return report;
 }
 

@@ -71,6 +71,8 @@ std::string statusJson(const wire::StatusReport& report) {
     writeList(json, "agents", report.agents(), writeAgent);
     writeList(json, "connections", report.connections(), writeConnection);
     writeList(json, "transfers", report.transfers(), writeTransfer);
+    json.member("queued_for_apps", report.queued_for_apps());
+    json.member("queued_for_link", report.queued_for_link());
     json.member("heap_in_use", report.heap_in_use()).endObject();
     return json.text();
 }

@@ -9,7 +9,7 @@
 //                     "peer": {"device", "app", "agent", "profile"}}],
 //    "transfers": [{"id", "agent", "direction": "sending"|"receiving",
 //                   "state": "offered"|"flowing", "path", "size", "done", "progress"}],
-//    "heap_in_use": BYTES}
+//    "queued_for_apps": BYTES, "queued_for_link": BYTES, "heap_in_use": BYTES}
 #ifndef KV_ACCESSORY_TOOL_STATUS_JSON_H
 #define KV_ACCESSORY_TOOL_STATUS_JSON_H
 

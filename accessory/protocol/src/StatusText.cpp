@@ -77,6 +77,8 @@ std::string statusText(const wire::StatusReport& report) {
     for (const wire::TransferReport& transfer : report.transfers()) {
         writeTransfer(text, transfer);
     }
+    text << "queued: " << report.queued_for_apps() << " bytes for apps, "
+         << report.queued_for_link() << " bytes for the link\n";
     text << "heap in use: " << report.heap_in_use() << " bytes\n";
     return text.str();
 }
