@@ -69,6 +69,20 @@ void EventDispatcher::deliver(const wire::Event& event) const {
         case Body::kFileDone:
         case Body::kFileProgress:
             return deliverFile(event);
+        case Body::kChannelFull:
+            return;  // the client's own business (canSendWithoutWaiting)
+        case Body::kChannelRoom:
+            if (event.channel_room().refused() && m_service.onSpaceAvailable != nullptr) {
+                m_service.onSpaceAvailable(
+                    event.channel_room().connection_id(),
+                    static_cast<unsigned short>(event.channel_room().channel_id()));
+            }
+            return;
+        case Body::kServiceError:
+            if (m_service.onError != nullptr) {
+                m_service.onError(event.service_error().value(), event.service_error().code());
+            }
+            return;
         default:
             return deliverConnection(event);
     }

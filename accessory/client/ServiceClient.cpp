@@ -67,6 +67,7 @@ void ServiceClient::connect(bool announce) {
     m_deviceType = reply->device_type();
     m_attached = reply->attached();
     m_secure = reply->secure();
+    m_maxDataSize = reply->max_data_size() != 0 ? reply->max_data_size() : kMaxDataSize;
     LoggerI("session with the accessory service opened; device "
             << (m_attached ? "attached" : "detached"));
     if (m_attached && !reply->secure()) {
@@ -139,7 +140,14 @@ void ServiceClient::observe(const wire::Event& event) {
         if (!m_attached) {
             m_openConnections.clear();
             m_indicatedConnections.clear();
+            m_fullChannels.clear();
         }
+    } else if (event.has_channel_full()) {
+        m_fullChannels.insert(
+            {event.channel_full().connection_id(), event.channel_full().channel_id()});
+    } else if (event.has_channel_room()) {
+        m_fullChannels.erase(
+            {event.channel_room().connection_id(), event.channel_room().channel_id()});
     } else if (event.has_create_confirm() &&
                event.create_confirm().status() == wire::CONNECTION_MADE) {
         const auto& channels = event.create_confirm().channel_ids();
@@ -165,12 +173,15 @@ void ServiceClient::connectionAccepted(std::uint32_t connectionId) {
 void ServiceClient::connectionEnded(std::uint32_t connectionId) {
     m_openConnections.erase(connectionId);
     m_indicatedConnections.erase(connectionId);
+    m_fullChannels.erase(m_fullChannels.lower_bound({connectionId, 0}),
+                         m_fullChannels.upper_bound({connectionId, UINT32_MAX}));
 }
 
 bool ServiceClient::canSendWithoutWaiting(std::uint32_t connectionId, std::uint32_t channelId,
                                           std::size_t length, bool secure) const {
     auto open = m_openConnections.find(connectionId);
-    return m_connection && m_attached && (!secure || m_secure) && length <= kMaxDataSize &&
+    return m_connection && m_attached && (!secure || m_secure) && length <= m_maxDataSize &&
+           m_fullChannels.count({connectionId, channelId}) == 0 &&
            open != m_openConnections.end() &&
            std::find(open->second.begin(), open->second.end(), channelId) != open->second.end();
 }
@@ -223,6 +234,7 @@ void ServiceClient::lose(const std::string& reason) {
     LoggerW("lost the accessory service: " << reason);
     m_openConnections.clear();
     m_indicatedConnections.clear();
+    m_fullChannels.clear();
     if (m_fdHandler != nullptr) {
         ecore_main_fd_handler_del(m_fdHandler);
         m_fdHandler = nullptr;

@@ -30,6 +30,7 @@
 #include <map>
 #include <memory>
 #include <optional>
+#include <set>
 #include <vector>
 
 #include "DaemonConnection.h"
@@ -49,8 +50,9 @@ public:
 
     // Whether data of `length` bytes on this connection and channel will
     // surely be taken: the connection is open, the channel is one of its
-    // agent's, the data fits and, for secure data, the link is secure. Such
-    // a send need not wait for the service's answer.
+    // agent's and its queue is not full, the data fits the link and, for
+    // secure data, the link is secure. Such a send need not wait for the
+    // service's answer.
     bool canSendWithoutWaiting(std::uint32_t connectionId, std::uint32_t channelId,
                                std::size_t length, bool secure) const;
     // Sends a request whose answer nobody waits for (the service sends none).
@@ -111,6 +113,10 @@ private:
     // ids of each (what canSendWithoutWaiting knows).
     std::map<std::uint32_t, std::vector<std::uint32_t>> m_openConnections;
     std::map<std::uint32_t, std::vector<std::uint32_t>> m_indicatedConnections;
+    // The channels whose queue the service reported full, until it reports
+    // room (connection id, channel id).
+    std::set<std::pair<std::uint32_t, std::uint32_t>> m_fullChannels;
+    std::size_t m_maxDataSize = kMaxDataSize;
     bool m_secure = false;
     std::uint32_t m_nextSerial = 1;
     wire::DeviceType m_deviceType = wire::DEVICE_TYPE_WIFI;

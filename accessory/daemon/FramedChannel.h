@@ -5,12 +5,17 @@
 // A session ends once, through close(): the socket is closed, the reason is
 // logged and the close handler runs. A frame that breaks the wire format
 // ends only the session it arrived on.
+//
+// The device link's session can be shaped (LinkShaper): frames then leave at
+// the pace of the emulated link instead of at once. It can also be stalled:
+// nothing is written or taken in until the stall ends.
 #ifndef KV_ACCESSORYD_FRAMED_CHANNEL_H
 #define KV_ACCESSORYD_FRAMED_CHANNEL_H
 
 #include <Logger.h>
 #include <kv-accessory/Codec.h>
 
+#include "LinkShaper.h"
 #include "ReadBudget.h"
 
 #include <array>
@@ -37,10 +42,24 @@ public:
     using PayloadHandler = std::function<void(std::string_view payload)>;
     using CloseHandler = std::function<void(const std::string& reason)>;
 
+    // Called with the tag of each tagged frame once it is written.
+    using WrittenHandler = std::function<void(std::uint64_t tag)>;
+
     virtual ~FrameSession() = default;
     virtual void start(PayloadHandler onPayload, CloseHandler onClose) = 0;
-    virtual bool send(std::string frame, int priority) = 0;
-    virtual bool sendMessage(const google::protobuf::MessageLite& message, int priority) = 0;
+    // A frame's tag, when not 0, goes to the written handler once the frame
+    // is written.
+    virtual bool send(std::string frame, int priority, std::uint64_t tag) = 0;
+    virtual bool sendMessage(const google::protobuf::MessageLite& message, int priority,
+                             std::uint64_t tag) = 0;
+    bool sendMessage(const google::protobuf::MessageLite& message, int priority) {
+        return sendMessage(message, priority, 0);
+    }
+    virtual void onWritten(WrittenHandler handler) = 0;
+    // Writes from now on at the pace of a link of this profile.
+    virtual void shape(const LinkProfile& profile) = 0;
+    // Writes and takes in nothing while stalled.
+    virtual void stall(bool stalled) = 0;
     virtual void close(const std::string& reason) = 0;
     virtual bool closed() const = 0;
     virtual std::size_t queuedBytes() const = 0;
@@ -75,26 +94,47 @@ public:
 
     // Queues one frame. Returns false, queuing nothing, when the session is
     // closed or the queue already holds more than its bound.
-    bool send(std::string frame, int priority = kPriorityControl) override {
+    bool send(std::string frame, int priority = kPriorityControl, std::uint64_t tag = 0) override {
         if (m_closed || m_queuedBytes > m_maxQueuedBytes) {
             return false;
         }
         m_queuedBytes += frame.size();
-        m_queues[static_cast<std::size_t>(priority)].push_back(std::move(frame));
+        m_queues[static_cast<std::size_t>(priority)].push_back({std::move(frame), tag});
         writeNext();
         return true;
     }
 
     // Encodes and queues a message; a message that can't be framed is logged
     // and dropped.
-    bool sendMessage(const google::protobuf::MessageLite& message,
-                     int priority = kPriorityControl) override {
+    bool sendMessage(const google::protobuf::MessageLite& message, int priority = kPriorityControl,
+                     std::uint64_t tag = 0) override {
         try {
-            return send(encodeFrame(message), priority);
+            return send(encodeFrame(message), priority, tag);
         } catch (const ProtocolError& error) {
             LoggerE(m_name << ": message not sent: " << error.what());
             return false;
         }
+    }
+
+    void onWritten(WrittenHandler handler) override { m_onWritten = std::move(handler); }
+
+    void shape(const LinkProfile& profile) override {
+        m_shaper = profile.shaped() ? std::make_unique<LinkShaper>(profile) : nullptr;
+    }
+
+    void stall(bool stalled) override {
+        if (stalled == m_stalled || m_closed) {
+            return;
+        }
+        m_stalled = stalled;
+        if (stalled) {
+            return;
+        }
+        takePayloads();
+        if (!m_closed && !m_paused && !m_reading) {
+            readMore();
+        }
+        writeNext();
     }
 
     // Ends the session with a logged reason. Later calls do nothing.
@@ -109,9 +149,10 @@ public:
             m_held = 0;
         }
         asio::error_code ignored;
-        // The queues stay until the channel goes: a write in flight may still
-        // refer to its frame until its cancelled completion has run.
+        // The frame being written stays until the channel goes: the write may
+        // still refer to it until its cancelled completion has run.
         m_socket.lowest_layer().close(ignored);
+        m_shapeTimer.cancel();
         CloseHandler onClose = std::move(m_onClose);
         m_onClose = nullptr;
         m_onPayload = nullptr;
@@ -135,7 +176,7 @@ public:
     void pauseReading() override { m_paused = true; }
     void resumeReading() override {
         m_paused = false;
-        if (!m_reading && !m_closed) {
+        if (!m_reading && !m_closed && !m_stalled) {
             readMore();
         }
     }
@@ -163,8 +204,19 @@ private:
             close(error == asio::error::eof ? "the other end closed" : error.message());
             return;
         }
+        m_decoder.commit(size);
+        if (m_stalled) {
+            return;  // taken in when the stall ends
+        }
+        takePayloads();
+        if (!m_closed && !m_paused) {
+            readMore();
+        }
+    }
+
+    // Hands the whole frames received to the payload handler.
+    void takePayloads() {
         try {
-            m_decoder.commit(size);
             while (!m_closed) {
                 std::optional<std::string_view> payload = m_decoder.next();
                 if (!payload) {
@@ -177,9 +229,6 @@ private:
             close(std::string("protocol error: ") + protocolError.what());
         } catch (const std::exception& error) {
             close(std::string("internal error: ") + error.what());
-        }
-        if (!m_closed && !m_paused) {
-            readMore();
         }
     }
 
@@ -214,7 +263,17 @@ private:
         m_held = held;
     }
 
-    std::deque<std::string>* nextQueue() {
+    struct Frame {
+        std::string bytes;
+        std::uint64_t tag = 0;
+    };
+    // A frame on the shaped link, with the time it reaches the other end.
+    struct InFlight {
+        Frame frame;
+        LinkShaper::Clock::time_point arrival;
+    };
+
+    std::deque<Frame>* nextQueue() {
         for (auto& queue : m_queues) {
             if (!queue.empty()) {
                 return &queue;
@@ -224,22 +283,66 @@ private:
     }
 
     void writeNext() {
-        if (m_writing || m_closed) {
+        if (m_writing || m_closed || m_stalled) {
             return;
         }
-        std::deque<std::string>* queue = nextQueue();
-        if (queue == nullptr) {
+        if (m_shaper) {
+            writeShaped();
             return;
         }
-        m_writing = true;
-        auto self = this->shared_from_this();
-        asio::async_write(m_socket, asio::buffer(queue->front()),
-                          [self, queue](const asio::error_code& error, std::size_t) {
-                              self->onWritten(error, *queue);
-                          });
+        std::deque<Frame>* queue = nextQueue();
+        if (queue != nullptr) {
+            write(std::move(queue->front()));
+            queue->pop_front();
+        }
     }
 
-    void onWritten(const asio::error_code& error, std::deque<std::string>& queue) {
+    // Frames go on the emulated link whenever it is free, and are written
+    // out when they would reach the other end.
+    void writeShaped() {
+        const auto now = LinkShaper::Clock::now();
+        while (m_shaper->freeAt() <= now) {
+            std::deque<Frame>* queue = nextQueue();
+            if (queue == nullptr) {
+                break;
+            }
+            const auto arrival = m_shaper->serialize(queue->front().bytes.size(), now);
+            m_inFlight.push_back({std::move(queue->front()), arrival});
+            queue->pop_front();
+        }
+        if (!m_inFlight.empty() && m_inFlight.front().arrival <= now) {
+            write(std::move(m_inFlight.front().frame));
+            m_inFlight.pop_front();
+            return;
+        }
+        std::optional<LinkShaper::Clock::time_point> wake;
+        if (!m_inFlight.empty()) {
+            wake = m_inFlight.front().arrival;
+        }
+        if (nextQueue() != nullptr && (!wake || m_shaper->freeAt() < *wake)) {
+            wake = m_shaper->freeAt();
+        }
+        if (wake) {
+            m_shapeTimer.expires_at(*wake);
+            auto self = this->shared_from_this();
+            m_shapeTimer.async_wait([self](const asio::error_code& error) {
+                if (!error) {
+                    self->writeNext();
+                }
+            });
+        }
+    }
+
+    void write(Frame frame) {
+        m_writing = true;
+        m_current = std::move(frame);
+        auto self = this->shared_from_this();
+        asio::async_write(
+            m_socket, asio::buffer(m_current.bytes),
+            [self](const asio::error_code& error, std::size_t) { self->afterWrite(error); });
+    }
+
+    void afterWrite(const asio::error_code& error) {
         m_writing = false;
         if (m_closed) {
             return;
@@ -248,10 +351,14 @@ private:
             close("write failed: " + error.message());
             return;
         }
-        m_queuedBytes -= queue.front().size();
-        queue.pop_front();
+        m_queuedBytes -= m_current.bytes.size();
+        const std::uint64_t tag = m_current.tag;
+        m_current.bytes.clear();
         writeNext();
-        if (!m_drainWaiters.empty()) {
+        if (tag != 0 && m_onWritten) {
+            m_onWritten(tag);
+        }
+        if (!m_drainWaiters.empty() && !m_closed) {
             drained();
         }
     }
@@ -261,7 +368,13 @@ private:
     std::size_t m_maxQueuedBytes;
     static constexpr std::size_t kReadChunk = 64 * 1024;
     FrameDecoder m_decoder;
-    std::array<std::deque<std::string>, kPriorityLevels> m_queues;
+    std::array<std::deque<Frame>, kPriorityLevels> m_queues;
+    Frame m_current;  // the frame being written
+    std::unique_ptr<LinkShaper> m_shaper;
+    std::deque<InFlight> m_inFlight;
+    asio::steady_timer m_shapeTimer{m_socket.get_executor()};
+    bool m_stalled = false;
+    WrittenHandler m_onWritten;
     std::size_t m_queuedBytes = 0;
     std::shared_ptr<ReadBudget> m_budget;
     struct DrainWaiter {

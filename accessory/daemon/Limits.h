@@ -24,6 +24,12 @@ inline constexpr std::size_t kResumeSendersBelow = 2u * 1024u * 1024u;
 // time has stopped reading: its session is ended.
 inline constexpr std::chrono::seconds kSlowReaderGrace(10);
 
+// Each end of the device link pings the other this often; a link on which
+// nothing has been heard for the limit is given up (the other device went
+// away without closing, or the link stalled for longer).
+inline constexpr std::chrono::seconds kLinkPingInterval(1);
+inline constexpr std::chrono::seconds kLinkSilenceLimit(6);
+
 }  // namespace Accessory
 }  // namespace Kv
 

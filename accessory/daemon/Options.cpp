@@ -1,5 +1,7 @@
 #include "Options.h"
 
+#include <kv-accessory/LinkProfiles.h>
+
 #include <tuple>
 
 namespace Kv {
@@ -12,14 +14,16 @@ using Cli::UsageError;
 
 const char kUsage[] =
     "usage: kv-accessoryd [--device DIR] [--name NAME] [--listen HOST:PORT | --connect "
-    "HOST:PORT] [--insecure]\n"
+    "HOST:PORT] [--insecure] [--link-profile NAME]\n"
     "\n"
     "  --device DIR        the device (default: $KV_DEVICE, else the default device)\n"
     "  --name NAME         the device name that the linked device sees (default: the\n"
     "                      device folder's name)\n"
     "  --listen HOST:PORT  wait for the paired device's link there (port 0: any)\n"
     "  --connect HOST:PORT link to the paired device there\n"
-    "  --insecure          link over plain TCP: nobody authenticated, nothing encrypted\n";
+    "  --insecure          link over plain TCP: nobody authenticated, nothing encrypted\n"
+    "  --link-profile NAME the kind of link to emulate: unlimited (the default), wifi,\n"
+    "                      usb, bt or ble (bandwidth, latency, largest send, transport)\n";
 
 void readLink(const Cli::Arguments& arguments, DaemonOptions& options) {
     arguments.allowOneOf("listen", "connect");
@@ -40,7 +44,8 @@ const Cli::CommandLine& daemonCommandLine() {
                                                {"name", Option::WithValue},
                                                {"listen", Option::WithValue},
                                                {"connect", Option::WithValue},
-                                               {"insecure", Option::Flag}});
+                                               {"insecure", Option::Flag},
+                                               {"link-profile", Option::WithValue}});
     return commandLine;
 }
 
@@ -63,6 +68,11 @@ DaemonOptions readDaemonOptions(const Cli::Arguments& arguments) {
     options.device = arguments.value("device").value_or("");
     options.name = arguments.value("name").value_or("");
     options.insecure = arguments.has("insecure");
+    options.linkProfile = arguments.value("link-profile").value_or(kDefaultLinkProfile);
+    if (findLinkProfile(options.linkProfile) == nullptr) {
+        throw UsageError("unknown link profile '" + options.linkProfile + "' (" +
+                         linkProfileNames() + ")");
+    }
     readLink(arguments, options);
     return options;
 }

@@ -17,7 +17,8 @@ struct DaemonOptions {
     std::string host;
     unsigned short port = 0;
     bool linkGiven = false;
-    bool insecure = false;  // a plain TCP link: nobody authenticated, nothing encrypted
+    bool insecure = false;    // a plain TCP link: nobody authenticated, nothing encrypted
+    std::string linkProfile;  // the name of a known link profile
 };
 
 // The daemon's options and usage text.

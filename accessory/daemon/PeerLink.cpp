@@ -2,6 +2,8 @@
 
 #include <Logger.h>
 
+#include "Limits.h"
+
 namespace Kv {
 namespace Accessory {
 
@@ -21,18 +23,26 @@ using TlsChannel = FramedChannel<TlsStream>;
 }  // namespace
 
 PeerLink::PeerLink(asio::io_context& io, Mode mode, asio::ip::tcp::endpoint endpoint,
-                   std::string localName, std::shared_ptr<LinkTls> tls, Handlers handlers)
+                   std::string localName, std::shared_ptr<LinkTls> tls, const LinkProfile& profile,
+                   Handlers handlers)
     : m_io(io),
       m_mode(mode),
       m_endpoint(endpoint),
       m_localName(std::move(localName)),
       m_tls(std::move(tls)),
+      m_profile(profile),
       m_handlers(std::move(handlers)),
       m_acceptor(io),
       m_retryTimer(io),
-      m_backoff(kFirstBackoff) {}
+      m_backoff(kFirstBackoff),
+      m_stallTimer(io),
+      m_heartbeatTimer(io) {}
+
+PeerLink::~PeerLink() = default;
 
 void PeerLink::start() {
+    LoggerI("link: profile " << m_profile.name);
+    scheduleHeartbeat();
     if (!m_tls) {
         LoggerW(
             "link: insecure: plain TCP, the other end is not authenticated and anyone "
@@ -55,6 +65,8 @@ void PeerLink::stop() {
     asio::error_code ignored;
     m_acceptor.close(ignored);
     m_retryTimer.cancel();
+    m_stallTimer.cancel();
+    m_heartbeatTimer.cancel();
     if (m_connecting) {
         m_connecting->close(ignored);
     }
@@ -87,6 +99,32 @@ void PeerLink::setEnabled(bool enabled) {
     }
 }
 
+void PeerLink::drop(const std::string& reason) {
+    if (auto session = m_session) {
+        LoggerI("link: dropped: " << reason);
+        session->close(reason);
+    }
+}
+
+void PeerLink::stall(std::chrono::milliseconds duration) {
+    LoggerI("link: stalled for " << duration.count() << " ms");
+    m_stallTimer.expires_after(duration);
+    if (m_session) {
+        m_session->stall(true);
+    }
+    m_stallTimer.async_wait([this](const asio::error_code& error) {
+        if (error) {
+            return;
+        }
+        LoggerI("link: the stall is over");
+        m_lastHeard = std::chrono::steady_clock::now();
+        if (m_session) {
+            m_session->stall(false);
+        }
+        scheduleReconnect();
+    });
+}
+
 unsigned short PeerLink::localPort() const {
     asio::error_code error;
     const auto endpoint = m_acceptor.local_endpoint(error);
@@ -107,6 +145,7 @@ void PeerLink::pauseReading() {
 
 void PeerLink::resumeReading() {
     m_readingPaused = false;
+    m_lastHeard = std::chrono::steady_clock::now();
     if (m_session) {
         m_session->resumeReading();
     }
@@ -121,7 +160,11 @@ void PeerLink::whenDrained(std::size_t bytes, std::function<void()> handler) {
 }
 
 bool PeerLink::send(const wire::LinkMessage& message, int priority) {
-    return m_up && m_session && m_session->sendMessage(message, priority);
+    return sendTagged(message, priority, 0);
+}
+
+bool PeerLink::sendTagged(const wire::LinkMessage& message, int priority, std::uint64_t tag) {
+    return m_up && m_session && m_session->sendMessage(message, priority, tag);
 }
 
 void PeerLink::accept() {
@@ -154,7 +197,7 @@ void PeerLink::connect() {
 
 void PeerLink::scheduleReconnect() {
     if (m_stopped || !m_enabled || m_mode != Mode::Connect || m_session || m_connecting ||
-        !m_candidates.empty()) {
+        !m_candidates.empty() || stalled()) {
         return;
     }
     m_retryTimer.expires_after(m_backoff);
@@ -168,9 +211,10 @@ void PeerLink::scheduleReconnect() {
 
 // A new connection becomes a candidate, with a deadline for its handshake.
 void PeerLink::admit(asio::ip::tcp::socket socket) {
-    if (!m_enabled || m_candidates.size() >= kMaxCandidates) {
-        LoggerI("link: refused a connection: " << (m_enabled ? "too many handshakes under way"
-                                                             : "the link is disabled"));
+    if (!m_enabled || stalled() || m_candidates.size() >= kMaxCandidates) {
+        LoggerI("link: refused a connection: " << (!m_enabled  ? "the link is disabled"
+                                                   : stalled() ? "the link is stalled"
+                                                               : "too many handshakes under way"));
         scheduleReconnect();
         return;
     }
@@ -249,6 +293,7 @@ void PeerLink::startSession(std::uint64_t id, std::shared_ptr<FrameSession> sess
     wire::LinkMessage hello;
     hello.mutable_hello()->set_version(kProtocolVersion);
     hello.mutable_hello()->set_device_name(m_localName);
+    hello.mutable_hello()->set_link_profile(m_profile.name);
     session->sendMessage(hello, kPriorityControl);
 }
 
@@ -278,6 +323,13 @@ void PeerLink::promote(std::uint64_t id, const wire::LinkHello& hello) {
     m_session = candidate.session;
     if (m_readingPaused) {
         m_session->pauseReading();
+    }
+    m_session->shape(m_profile);
+    m_session->onWritten([this](std::uint64_t tag) { m_handlers.written(tag); });
+    m_lastHeard = std::chrono::steady_clock::now();
+    if (hello.link_profile() != m_profile.name) {
+        LoggerW("link: " << hello.device_name() << " shapes its side as " << hello.link_profile()
+                         << ", this side as " << m_profile.name);
     }
     m_peerFingerprint = candidate.fingerprint;
     m_peerName = hello.device_name();
@@ -311,11 +363,14 @@ void PeerLink::dropCandidate(std::uint64_t id, const std::string& reason) {
 }
 
 void PeerLink::onLinkPayload(std::string_view payload) {
+    m_lastHeard = std::chrono::steady_clock::now();
     wire::LinkMessage message = decodeLinkMessage(payload);
     if (message.has_hello()) {
         throw ProtocolError("a second hello on the link");
     }
-    m_handlers.message(message);
+    if (!message.has_ping()) {
+        m_handlers.message(message);
+    }
 }
 
 void PeerLink::onLinkClosed() {
@@ -328,6 +383,38 @@ void PeerLink::onLinkClosed() {
     LoggerI("link: down");
     m_handlers.down();
     scheduleReconnect();
+}
+
+void PeerLink::scheduleHeartbeat() {
+    m_heartbeatTimer.expires_after(kLinkPingInterval);
+    m_heartbeatTimer.async_wait([this](const asio::error_code& error) {
+        if (!error && !m_stopped) {
+            heartbeat();
+            scheduleHeartbeat();
+        }
+    });
+}
+
+// Pings the other end, and gives the link up when the other end has not
+// been heard for too long. While this end does not read (its apps are behind
+// with their events) silence means nothing.
+void PeerLink::heartbeat() {
+    if (!m_session) {
+        return;
+    }
+    const auto now = std::chrono::steady_clock::now();
+    if (!m_readingPaused && now - m_lastHeard > kLinkSilenceLimit) {
+        LoggerW("link: nothing heard from "
+                << m_peerName << " for "
+                << std::chrono::duration_cast<std::chrono::milliseconds>(now - m_lastHeard).count()
+                << " ms: the link is given up");
+        m_handlers.silent();
+        drop("the other device went silent");
+        return;
+    }
+    wire::LinkMessage ping;
+    ping.mutable_ping();
+    m_session->sendMessage(ping, kPriorityControl);
 }
 
 }  // namespace Accessory

@@ -9,6 +9,12 @@
 // holds nothing up; the first candidate that passes becomes the link, and
 // later ones are turned away while it is up. A daemon started insecure
 // skips TLS (plain TCP, nobody authenticated) and says so.
+//
+// The link is shaped by the pair's link profile (LinkShaper). Both ends send
+// a ping whenever a second has passed, so a link on which nothing has been
+// heard for kLinkSilenceLimit is given up as a real link would be. Faults can
+// be made on demand: a drop (the link goes down and is made again), a stall
+// (nothing goes either way for a while) and a detach (setEnabled).
 #ifndef KV_ACCESSORYD_PEER_LINK_H
 #define KV_ACCESSORYD_PEER_LINK_H
 
@@ -18,6 +24,8 @@
 #include <map>
 #include <memory>
 #include <string>
+
+#include <kv-accessory/LinkProfiles.h>
 
 #include "FramedChannel.h"
 #include "LinkTls.h"
@@ -33,11 +41,17 @@ public:
         std::function<void(const std::string& peerDeviceName)> up;
         std::function<void()> down;
         std::function<void(wire::LinkMessage&)> message;
+        // A tagged message (send) was written to the link.
+        std::function<void(std::uint64_t tag)> written;
+        // Nothing was heard for too long: the link is about to go down.
+        std::function<void()> silent;
     };
 
     // `tls` is null for an insecure link.
     PeerLink(asio::io_context& io, Mode mode, asio::ip::tcp::endpoint endpoint,
-             std::string localName, std::shared_ptr<LinkTls> tls, Handlers handlers);
+             std::string localName, std::shared_ptr<LinkTls> tls, const LinkProfile& profile,
+             Handlers handlers);
+    ~PeerLink();
 
     // Listens (throws std::system_error when the address can't be bound) or
     // starts connecting.
@@ -46,7 +60,13 @@ public:
     void stop();
     // Drops the link and refuses it (false), or allows it again (true).
     void setEnabled(bool enabled);
+    // Drops the link; it is made again as after any loss.
+    void drop(const std::string& reason);
+    // Nothing goes either way, and no new link is made, for `duration`.
+    void stall(std::chrono::milliseconds duration);
+    bool stalled() const { return m_stallTimer.expiry() > std::chrono::steady_clock::now(); }
 
+    const LinkProfile& profile() const { return m_profile; }
     bool isUp() const { return m_up; }
     // Whether the link is encrypted and the other end proved it holds the
     // pinned certificate (always false for an insecure link).
@@ -76,6 +96,8 @@ public:
     // Queues a message for the other daemon; false when the link is down or
     // its queue is full.
     bool send(const wire::LinkMessage& message, int priority = kPriorityControl);
+    // The same, and the written handler hears `tag` once it is written.
+    bool sendTagged(const wire::LinkMessage& message, int priority, std::uint64_t tag);
 
 private:
     // A connection on its way to becoming the link.
@@ -98,12 +120,15 @@ private:
     void dropCandidate(std::uint64_t id, const std::string& reason);
     void onLinkPayload(std::string_view payload);
     void onLinkClosed();
+    void scheduleHeartbeat();
+    void heartbeat();
 
     asio::io_context& m_io;
     Mode m_mode;
     asio::ip::tcp::endpoint m_endpoint;
     std::string m_localName;
     std::shared_ptr<LinkTls> m_tls;
+    const LinkProfile& m_profile;
     Handlers m_handlers;
     asio::ip::tcp::acceptor m_acceptor;
     asio::steady_timer m_retryTimer;
@@ -119,6 +144,9 @@ private:
     bool m_enabled = true;
     bool m_stopped = false;
     bool m_readingPaused = false;
+    asio::steady_timer m_stallTimer;
+    asio::steady_timer m_heartbeatTimer;
+    std::chrono::steady_clock::time_point m_lastHeard;
 };
 
 }  // namespace Accessory

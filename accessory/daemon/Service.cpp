@@ -22,9 +22,10 @@ std::uint32_t firstIdOfThisRun() { return 1 + std::random_device()() % 100000 * 
 
 }  // namespace
 
-Service::Service(asio::io_context& io, std::string deviceName)
+Service::Service(asio::io_context& io, std::string deviceName, const LinkProfile& profile)
     : m_io(io),
       m_deviceName(std::move(deviceName)),
+      m_profile(profile),
       m_partialFilesDir(Device::root() + "/" + Device::kPartialFilesDir) {
     m_nextAgent = m_nextConnection = m_nextSearch = firstIdOfThisRun();
     m_nextTransfer = static_cast<int>(firstIdOfThisRun());
@@ -128,6 +129,8 @@ wire::Reply Service::dispatch(SessionId id, Session& session, wire::Request& req
             return resultReply(wire::RESULT_SUCCESS);
         case Body::kStatus:
             return status();
+        case Body::kFault:
+            return linkFault(request.fault());
         default:
             return resultReply(wire::RESULT_INVALID);
     }
@@ -144,8 +147,9 @@ wire::Reply Service::hello(Session& session, const wire::Hello& hello) {
     wire::Reply reply = resultReply(wire::RESULT_SUCCESS);
     reply.set_value(static_cast<std::int32_t>(kProtocolVersion));
     reply.set_attached(linked());
-    reply.set_device_type(kLinkDeviceType);
+    reply.set_device_type(m_profile.deviceType);
     reply.set_secure(secureLink());
+    reply.set_max_data_size(m_profile.maxDataSize);
     return reply;
 }
 
@@ -256,8 +260,8 @@ wire::Reply Service::accessory(std::uint32_t accessoryId) const {
     }
     wire::Reply reply = resultReply(wire::RESULT_SUCCESS);
     auto* record = reply.mutable_accessory();
-    record->set_transport_type(kLinkTransportType);
-    record->set_max_data_size(static_cast<std::uint32_t>(kMaxDataSize));
+    record->set_transport_type(m_profile.transport);
+    record->set_max_data_size(m_profile.maxDataSize);
     record->set_device_address(m_link->describe());
     record->set_product_id(m_link->peerName());
     record->set_vendor_id("kv");
@@ -269,14 +273,22 @@ void Service::onLinkUp(const std::string& peerName) {
     LoggerI("device attached: " << peerName);
     writeConnStatus(1);
     wire::Event event;
-    event.mutable_device_status()->set_device_type(kLinkDeviceType);
+    event.mutable_device_status()->set_device_type(m_profile.deviceType);
     event.mutable_device_status()->set_status(wire::DEVICE_ATTACHED);
     event.mutable_device_status()->set_secure(secureLink());
     notifyAll(event);
 }
 
+void Service::onLinkSilent() {
+    wire::Event event;
+    event.mutable_service_error()->set_value(static_cast<std::uint32_t>(m_profile.deviceType));
+    event.mutable_service_error()->set_code(wire::SERVICE_ERROR_LINK_SILENT);
+    notifyAll(event);
+}
+
 void Service::onLinkDown() {
     LoggerI("device detached");
+    reportLostData();
     std::vector<std::uint32_t> connections;
     for (const auto& [connectionId, connection] : m_connections) {
         connections.push_back(connectionId);
@@ -305,7 +317,7 @@ void Service::onLinkDown() {
     }
     writeConnStatus(0);
     wire::Event event;
-    event.mutable_device_status()->set_device_type(kLinkDeviceType);
+    event.mutable_device_status()->set_device_type(m_profile.deviceType);
     event.mutable_device_status()->set_status(wire::DEVICE_DETACHED);
     notifyAll(event);
 }

@@ -9,9 +9,12 @@
 #ifndef KV_ACCESSORYD_SERVICE_H
 #define KV_ACCESSORYD_SERVICE_H
 
+#include <kv-accessory/LinkProfiles.h>
+
 #include <asio.hpp>
 #include <chrono>
 #include <cstdint>
+#include <deque>
 #include <fstream>
 #include <map>
 #include <memory>
@@ -30,10 +33,6 @@ namespace Accessory {
 using ClientChannel = FramedChannel<asio::local::stream_protocol::socket>;
 using SessionId = std::uint64_t;
 
-// The device type and transport that this link stands for (a network link).
-inline constexpr wire::DeviceType kLinkDeviceType = wire::DEVICE_TYPE_WIFI;
-inline constexpr wire::TransportType kLinkTransportType = wire::TRANSPORT_WIFI;
-
 // A reply that carries only a result.
 inline wire::Reply resultReply(wire::Result code) {
     wire::Reply reply;
@@ -43,11 +42,14 @@ inline wire::Reply resultReply(wire::Result code) {
 
 class Service {
 public:
-    Service(asio::io_context& io, std::string deviceName);
+    // `profile` is the kind of link the device has (its transport, the
+    // largest send); it outlives the service.
+    Service(asio::io_context& io, std::string deviceName, const LinkProfile& profile);
     Service(const Service&) = delete;
     Service& operator=(const Service&) = delete;
 
     void setLink(PeerLink* link) { m_link = link; }
+    const LinkProfile& linkProfile() const { return m_profile; }
 
     // A new app session; `appId` is empty for a process that runs no app.
     SessionId addSession(std::shared_ptr<ClientChannel> channel, const std::string& appId);
@@ -60,6 +62,10 @@ public:
     void onLinkDown();
     // The message's data may be moved out.
     void onLinkMessage(wire::LinkMessage& message);
+    // Data sent under `tag` (a channel of a connection) was written to the link.
+    void onLinkWritten(std::uint64_t tag);
+    // Nothing was heard from the other device for too long.
+    void onLinkSilent();
 
     // Ends every session (the daemon stops).
     void closeAll();
@@ -88,6 +94,21 @@ private:
         wire::PeerAgent peer;
         ConnectionState state = ConnectionState::Asking;
         std::shared_ptr<asio::steady_timer> timer;
+    };
+    // What one channel of a connection has queued for the link: the sizes of
+    // its sends not yet written, oldest first.
+    struct ChannelQueue {
+        SessionId session = 0;
+        std::deque<std::size_t> sends;
+        std::size_t bytes = 0;
+        bool full = false;     // its app was told so
+        bool refused = false;  // a send was refused while it was full
+    };
+    // A fault waiting for its trigger.
+    struct PendingFault {
+        wire::LinkFault fault;
+        std::uint64_t remaining = 0;  // bytes or messages until it fires
+        int transfer = 0;             // the file transfer it counts, once one started
     };
     struct Search {
         std::uint32_t agentId = 0;
@@ -126,6 +147,7 @@ private:
     wire::Reply receiveFile(SessionId id, const wire::ReceiveFile& request);
     wire::Reply cancelFile(SessionId id, int transactionId);
     wire::Reply status() const;
+    wire::Reply linkFault(const wire::LinkFault& fault);
 
     // The status report (ServiceStatus.cpp).
     wire::StatusReport statusReport() const;
@@ -149,6 +171,23 @@ private:
     void onFileChunk(const wire::FileChunk& chunk);
     void onFileEnd(const wire::FileEnd& end);
 
+    // Channel queues (ServiceQueues.cpp).
+    static std::uint64_t channelTag(std::uint32_t connectionId, std::uint32_t channelId);
+    // Whether a send on the channel must be refused: its queue is full.
+    bool channelFull(std::uint32_t connectionId, std::uint32_t channelId);
+    void queuedOnChannel(SessionId id, std::uint64_t tag, std::size_t bytes);
+    void forgetChannelQueues(std::uint32_t connectionId);
+    // Tells each app whose data was still queued when the link went down.
+    void reportLostData();
+
+    // Faults (ServiceFaults.cpp).
+    void applyFault(const wire::LinkFault& fault);
+    // Counts file bytes and channel messages towards pending faults; true
+    // when a fault fired (it runs once the current handler returns).
+    bool countFileBytes(int transactionId, std::uint64_t bytes);
+    void countMessage(std::uint32_t channelId);
+    void fireFault(std::size_t index);
+
     // Helpers.
     Agent* ownAgent(SessionId id, std::uint32_t agentId);
     Connection* ownConnection(SessionId id, std::uint32_t connectionId);
@@ -169,6 +208,9 @@ private:
     void reportProgress(Transfer& transfer);
     void acceptOffer(Transfer& transfer, const std::string& path);
     void completeReceive(Transfer& transfer);
+    // Whether the device's emulated storage has room for `bytes` more of
+    // the files being received.
+    bool storageHasRoomFor(std::uint64_t bytes) const;
     std::size_t incomingTransfers(std::uint32_t agentId) const;
     // The package of the session's app; empty for a process that runs none.
     std::string packageOf(SessionId id) const;
@@ -195,6 +237,7 @@ private:
 
     asio::io_context& m_io;
     std::string m_deviceName;
+    const LinkProfile& m_profile;
     PeerLink* m_link = nullptr;
     std::uint32_t m_linkSession = 0;
     std::map<SessionId, Session> m_sessions;
@@ -203,6 +246,8 @@ private:
     std::map<std::uint32_t, Connection> m_connections;
     std::map<std::uint32_t, Search> m_searches;
     std::map<int, Transfer> m_transfers;
+    std::map<std::uint64_t, ChannelQueue> m_channelQueues;  // by channelTag
+    std::vector<PendingFault> m_pendingFaults;
     std::string m_partialFilesDir;  // notes of the files being received
     bool m_waitingForRoom = false;  // senders are paused until the link drains
     // The apps behind which the link is not read, each with its deadline.

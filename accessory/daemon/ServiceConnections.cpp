@@ -251,6 +251,7 @@ void Service::dropConnection(std::uint32_t connectionId) {
     if (found->second.timer) {
         found->second.timer->cancel();
     }
+    forgetChannelQueues(connectionId);
     m_connections.erase(found);
 }
 
@@ -276,7 +277,7 @@ wire::Reply Service::sendData(SessionId id, wire::SendData& request) {
     if (channel == nullptr) {
         return resultReply(wire::RESULT_INVALID);
     }
-    if (request.data().size() > kMaxDataSize) {
+    if (request.data().size() > m_profile.maxDataSize) {
         return resultReply(wire::RESULT_GENERAL);
     }
     if (!linked()) {
@@ -286,14 +287,24 @@ wire::Reply Service::sendData(SessionId id, wire::SendData& request) {
         LoggerW("secure data refused: the link is not encrypted and authenticated");
         return resultReply(wire::RESULT_GENERAL);
     }
+    // A send whose app waits for the answer is refused while its channel is
+    // full; one that went without waiting was sent before its app could
+    // know, and is taken.
+    if (!request.no_reply() && channelFull(connection->id, request.channel_id())) {
+        return resultReply(wire::RESULT_GENERAL);
+    }
+    const std::size_t bytes = request.data().size();
+    const std::uint64_t tag = channelTag(connection->id, request.channel_id());
     wire::LinkMessage message;
     auto* data = message.mutable_data();
     data->set_connection_id(connection->peerConnectionId);
     data->set_channel_id(request.channel_id());
     data->set_data(std::move(*request.mutable_data()));
-    if (!m_link->send(message, channel->priority)) {
+    if (!m_link->sendTagged(message, channel->priority, tag)) {
         return resultReply(wire::RESULT_GENERAL);
     }
+    queuedOnChannel(id, tag, bytes);
+    countMessage(request.channel_id());
     if (m_link->queuedBytes() > kPauseSendersAbove) {
         pauseSender(id);
     }
@@ -312,6 +323,7 @@ void Service::onLinkData(wire::LinkData& data) {
     arrived->set_channel_id(data.channel_id());
     arrived->set_data(std::move(*data.mutable_data()));
     notifyAgent(found->second.agentId, event);
+    countMessage(data.channel_id());
 }
 
 }  // namespace Accessory

@@ -19,10 +19,6 @@ namespace Accessory {
 
 namespace {
 
-constexpr std::size_t kChunkSize = 256 * 1024;
-// The sender stops feeding the link while this much is queued on it, and
-// goes on when the link has written it down to half.
-constexpr std::size_t kLinkBacklog = 4 * 1024 * 1024;
 constexpr std::chrono::seconds kAnswerTimeout(30);
 // An agent takes at most this many files at once; a further offer is
 // refused as the agent's app would refuse it.
@@ -242,12 +238,15 @@ void Service::pumpFile(int transactionId) {
         return;
     }
     Transfer& transfer = found->second;
-    while (transfer.done < transfer.size && m_link->queuedBytes() < kLinkBacklog) {
+    // The sender stops feeding the link while a backlog is queued on it, and
+    // goes on when the link has written it down to half.
+    const std::size_t backlog = m_profile.fileBacklogBytes();
+    while (transfer.done < transfer.size && m_link->queuedBytes() < backlog) {
         wire::LinkMessage message;
         message.mutable_file_chunk()->set_transaction_id(transfer.offerId);
         std::string* chunk = message.mutable_file_chunk()->mutable_data();
         chunk->resize(static_cast<std::size_t>(
-            std::min<std::uint64_t>(kChunkSize, transfer.size - transfer.done)));
+            std::min<std::uint64_t>(m_profile.fileChunkBytes(), transfer.size - transfer.done)));
         transfer.source->read(chunk->data(), static_cast<std::streamsize>(chunk->size()));
         const auto count = static_cast<std::size_t>(transfer.source->gcount());
         if (count == 0) {
@@ -258,6 +257,9 @@ void Service::pumpFile(int transactionId) {
         sendLink(message, kPriorityLow);
         transfer.done += count;
         reportProgress(transfer);
+        if (countFileBytes(transactionId, count)) {
+            break;  // a fault is due here
+        }
     }
     if (transfer.done >= transfer.size) {
         wire::LinkMessage end;
@@ -267,7 +269,7 @@ void Service::pumpFile(int transactionId) {
         finishTransfer(transactionId, wire::FILE_DONE, std::nullopt);
         return;
     }
-    m_link->whenDrained(kLinkBacklog / 2, [this, transactionId] { pumpFile(transactionId); });
+    m_link->whenDrained(backlog / 2, [this, transactionId] { pumpFile(transactionId); });
 }
 
 void Service::reportProgress(Transfer& transfer) {
@@ -293,6 +295,12 @@ void Service::onFileChunk(const wire::FileChunk& chunk) {
         finishTransfer(transfer->id, wire::FILE_IO, wire::FILE_CHANNEL_IO);
         return;
     }
+    if (!storageHasRoomFor(data.size())) {
+        LoggerW("no room left for " << transfer->path << " after " << transfer->done << " of "
+                                    << transfer->size << " bytes");
+        finishTransfer(transfer->id, wire::FILE_NO_SPACE, wire::FILE_NO_SPACE);
+        return;
+    }
     if (!transfer->target->write(data.data(), data.size())) {
         const wire::FileStatus status = writeFailure(errno);
         LoggerW("cannot write " << transfer->path << ": " << std::strerror(errno));
@@ -302,6 +310,21 @@ void Service::onFileChunk(const wire::FileChunk& chunk) {
     }
     transfer->done += data.size();
     reportProgress(*transfer);
+    countFileBytes(transfer->id, data.size());
+}
+
+// The emulated free storage is shared by every file being received; what
+// they have written so far is taken from it.
+bool Service::storageHasRoomFor(std::uint64_t bytes) const {
+    const std::optional<std::uint64_t> free = Device::emulatedFreeSpace();
+    if (!free) {
+        return true;  // the file system itself tells, when a write fails
+    }
+    std::uint64_t written = 0;
+    for (const auto& [id, transfer] : m_transfers) {
+        written += transfer.sending ? 0 : transfer.done;
+    }
+    return written + bytes <= *free;
 }
 
 void Service::onFileEnd(const wire::FileEnd& end) {
@@ -324,6 +347,7 @@ void Service::completeReceive(Transfer& transfer) {
     }
     try {
         const std::string local = transfer.target->commit(keepsExistingFiles(transfer.path));
+        Device::takeEmulatedSpace(transfer.size);
         const std::string path = folderName(transfer.path) + baseName(local);
         finishTransfer(transfer.id, wire::FILE_DONE, std::nullopt, path);
     } catch (const std::system_error& error) {

@@ -44,7 +44,9 @@ std::unique_ptr<PeerLink> makeLink(asio::io_context& io, const DaemonOptions& op
     PeerLink::Handlers handlers{
         [&service](const std::string& peer) { service.onLinkUp(peer); },
         [&service] { service.onLinkDown(); },
-        [&service](wire::LinkMessage& message) { service.onLinkMessage(message); }};
+        [&service](wire::LinkMessage& message) { service.onLinkMessage(message); },
+        [&service](std::uint64_t tag) { service.onLinkWritten(tag); },
+        [&service] { service.onLinkSilent(); }};
     const asio::ip::tcp::endpoint endpoint(asio::ip::make_address(options.host), options.port);
     std::shared_ptr<LinkTls> tls;
     if (!options.insecure) {
@@ -54,7 +56,7 @@ std::unique_ptr<PeerLink> makeLink(asio::io_context& io, const DaemonOptions& op
     }
     return std::make_unique<PeerLink>(
         io, options.listen ? PeerLink::Mode::Listen : PeerLink::Mode::Connect, endpoint, name,
-        std::move(tls), std::move(handlers));
+        std::move(tls), service.linkProfile(), std::move(handlers));
 }
 
 int run(const DaemonOptions& options) {
@@ -67,7 +69,7 @@ int run(const DaemonOptions& options) {
     std::signal(SIGPIPE, SIG_IGN);
 
     asio::io_context io;
-    Service service(io, name);
+    Service service(io, name, *findLinkProfile(options.linkProfile));
     std::unique_ptr<PeerLink> link = makeLink(io, options, service, name);
     service.setLink(link.get());
     ClientServer server(io, service, Kv::Device::accessorySocket());

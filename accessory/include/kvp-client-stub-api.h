@@ -144,6 +144,15 @@ enum kvp_file_status {
     KVP_FILE_NO_SPACE = 11,       /* the receiving side has no room for it */
 };
 
+/* What the service reports on its own (kvp_OnError): the code, with the value
+ * it names. Either comes just before the device is reported detached. */
+enum kvp_service_error {
+    KVP_SERVICE_ERROR_DATA_LOST = 0,   /* data that the app sent on connection `value` had not
+                                          reached the device when the link went down */
+    KVP_SERVICE_ERROR_LINK_SILENT = 1, /* the device stopped answering (`value`: the device
+                                          type); the link is given up */
+};
+
 typedef void (*kvp_OnRegisterServiceAgentConfirm_cb)(int result, unsigned int agentId);
 typedef void (*kvp_OnDataIndication_cb)(unsigned int connectionId, unsigned short channelId,
                                         unsigned int length, const char* data);
@@ -154,6 +163,8 @@ typedef void (*kvp_OnServiceTerminationIndication_cb)(unsigned int connectionId,
 typedef void (*kvp_OnServiceCreateConfirm_cb)(unsigned int agentId, unsigned int connectionId,
                                               const kvp_peer_agent_t* peer, int status);
 typedef void (*kvp_OnPeerAgent_cb)(unsigned int agentId, const kvp_peer_agent_t* peer, int status);
+/* A send on this connection and channel was refused because the channel's
+   queue for the link was full; there is room again. */
 typedef void (*kvp_OnSpaceAvailable_cb)(unsigned int connectionId, unsigned short channelId);
 typedef void (*kvp_OnError_cb)(unsigned int value, int errorCode);
 typedef void (*kvp_OnDeregisterServiceAgentConfirm_cb)(int result, unsigned int agentId);
@@ -222,6 +233,10 @@ int rejectServiceConnection(unsigned int agentId, unsigned int connectionId,
    connection that has ended already succeeds and changes nothing. */
 int terminateServiceConnection(unsigned int connectionId);
 
+/* Queues data for the peer. KVP_ERROR_GENERAL when the service refuses it, among
+   other reasons because the channel's queue for the link is full: a link
+   holds about a second of its bandwidth per channel. kvp_OnSpaceAvailable
+   then tells when the channel has room again. */
 int sendData(unsigned int connectionId, unsigned short channelId, unsigned int length,
              const char* data);
 int sendSecureData(unsigned int connectionId, unsigned short channelId, unsigned int length,

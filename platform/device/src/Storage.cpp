@@ -9,9 +9,6 @@
 namespace Kv {
 namespace Device {
 
-namespace {
-
-// The emulated free storage of the device, when it has one.
 std::optional<std::uint64_t> emulatedFreeSpace() {
     const std::optional<std::string> text = readFile(root() + "/" + kStorageFreeFile);
     if (!text) {
@@ -24,7 +21,13 @@ std::optional<std::uint64_t> emulatedFreeSpace() {
     }
 }
 
-}  // namespace
+void takeEmulatedSpace(std::uint64_t bytes) {
+    const std::optional<std::uint64_t> free = emulatedFreeSpace();
+    if (free) {
+        writeFileAtomically(root() + "/" + kStorageFreeFile,
+                            std::to_string(*free - std::min(*free, bytes)) + "\n");
+    }
+}
 
 std::optional<std::uint64_t> freeSpace(const std::string& folder) {
     struct statvfs info {};

@@ -15,6 +15,12 @@ namespace Device {
 // pretends to have. Nothing when the folder's file system can't be asked.
 std::optional<std::uint64_t> freeSpace(const std::string& folder);
 
+// The free storage the device pretends to have (kStorageFreeFile), if any.
+std::optional<std::uint64_t> emulatedFreeSpace();
+// A file of `bytes` was stored: the emulated free storage, if any, shrinks
+// by as much (never below 0).
+void takeEmulatedSpace(std::uint64_t bytes);
+
 }  // namespace Device
 }  // namespace Kv
 
