@@ -1,16 +1,22 @@
 // kv-accessory: drives the accessory services of emulated devices.
 #include <kv-accessory/DeviceControl.h>
 #include <kv-accessory/DeviceIdentity.h>
+#include <kv-accessory/LinkProfiles.h>
 #include <kv-accessory/Pairing.h>
 #include <kv-accessory/StatusText.h>
 #include <kv-cli/CommandLine.h>
 #include <kv-device/Device.h>
+#include <kv-device/FileUtil.h>
+#include <kv-device/Paths.h>
 #include <limits.h>
 #include <stdlib.h>
+#include <unistd.h>
 
+#include <algorithm>
 #include <functional>
 #include <iostream>
 #include <map>
+#include <set>
 #include <stdexcept>
 
 #include "StatusJson.h"
@@ -26,7 +32,7 @@ const char kUsage[] =
     "usage: kv-accessory COMMAND [DIR...] [OPTIONS]\n"
     "commands:\n"
     "  create DIR_A DIR_B          make two device folders, each with its identity\n"
-    "  pair DIR_A DIR_B [--insecure]\n"
+    "  pair DIR_A DIR_B [--insecure] [--link-profile NAME]\n"
     "                              pin each other's certificate and start both\n"
     "                              services, linked over loopback (TLS 1.3)\n"
     "  pair DIR --listen HOST:PORT | --connect HOST:PORT\n"
@@ -35,12 +41,27 @@ const char kUsage[] =
     "  unpair DIR                  forget the paired device\n"
     "  identity DIR                the device's certificate and its pin\n"
     "  start DIR [--listen HOST:PORT | --connect HOST:PORT] [--name NAME] [--insecure]\n"
+    "            [--link-profile NAME]\n"
     "                              start the service (no options: as it was last started)\n"
     "  status DIR [--json]         the service's link, agents, connections and file\n"
     "                              transfers; --json: the same as one JSON object\n"
-    "  detach DIR                  drop the device's link and keep it down\n"
+    "  detach DIR [WHEN]           drop the device's link and keep it down\n"
     "  attach DIR                  allow the link again\n"
+    "  drop DIR [WHEN]             drop the link; it is made again at once\n"
+    "  stall DIR --seconds S [WHEN]\n"
+    "                              nothing goes over the link either way for S seconds\n"
+    "                              (beyond 6 s the link is given up, as a real one is)\n"
+    "  storage DIR --free BYTES | --unlimited\n"
+    "                              the free storage the device pretends to have; files\n"
+    "                              received take from it\n"
     "  stop DIR...                 stop the services\n"
+    "WHEN, for a fault at an exact point instead of at once:\n"
+    "  --after-file-bytes N        after N bytes of the next file transfer, either way\n"
+    "  --after-messages N --channel C\n"
+    "                              after N messages on channel C, either way\n"
+    "link profiles (--link-profile; both devices of a pair take the same):\n"
+    "  unlimited (the default), wifi, usb, bt, ble: bandwidth, latency, the largest\n"
+    "  data of one send and the transport the apps see (docs/link-emulation.md)\n"
     "options:\n"
     "  --device DIR   stands for a DIR (pair --device A --device B is pair A B); a\n"
     "                 command on one device takes $KV_DEVICE, else the default\n"
@@ -83,10 +104,25 @@ void needFolders(const Folders& folders, std::size_t count, const std::string& c
     }
 }
 
-void pairLocally(const std::string& first, const std::string& second, bool insecure) {
+// The options of the link that a pair's two daemons share.
+std::vector<std::string> sharedLinkArguments(const Arguments& arguments) {
+    std::vector<std::string> extra;
+    if (arguments.has("insecure")) {
+        extra.push_back("--insecure");
+    }
+    if (const auto profile = arguments.value("link-profile")) {
+        if (findLinkProfile(*profile) == nullptr) {
+            throw UsageError("unknown link profile '" + *profile + "' (" + linkProfileNames() +
+                             ")");
+        }
+        extra.insert(extra.end(), {"--link-profile", *profile});
+    }
+    return extra;
+}
+
+void pairLocally(const std::string& first, const std::string& second,
+                 const std::vector<std::string>& extra) {
     pairFolders(first, second);
-    const std::vector<std::string> extra =
-        insecure ? std::vector<std::string>{"--insecure"} : std::vector<std::string>{};
     std::vector<std::string> listen{"--listen", "127.0.0.1:0"};
     listen.insert(listen.end(), extra.begin(), extra.end());
     startDaemon(first, listen);
@@ -132,12 +168,12 @@ void pairCommand(const Arguments& arguments, const Folders& folders) {
         pairRemotely(oneDevice(folders, command), arguments);
         return;
     }
-    arguments.allowOnly("pair", {"device", "insecure"});
+    arguments.allowOnly("pair", {"device", "insecure", "link-profile"});
     needFolders(folders, 2, "pair");
     if (folders.size() > 2) {
         throw UsageError("unexpected argument '" + folders[2] + "'");
     }
-    pairLocally(absolute(folders[0]), absolute(folders[1]), arguments.has("insecure"));
+    pairLocally(absolute(folders[0]), absolute(folders[1]), sharedLinkArguments(arguments));
 }
 
 void createCommand(const Arguments& arguments, const Folders& folders) {
@@ -166,14 +202,14 @@ std::vector<std::string> daemonArguments(const Arguments& arguments) {
             forwarded.insert(forwarded.end(), {"--" + option, *value});
         }
     }
-    if (arguments.has("insecure")) {
-        forwarded.push_back("--insecure");
-    }
+    const std::vector<std::string> shared = sharedLinkArguments(arguments);
+    forwarded.insert(forwarded.end(), shared.begin(), shared.end());
     return forwarded;
 }
 
 void startCommand(const Arguments& arguments, const Folders& folders) {
-    arguments.allowOnly("start", {"device", "listen", "connect", "name", "insecure"});
+    arguments.allowOnly("start",
+                        {"device", "listen", "connect", "name", "insecure", "link-profile"});
     const std::vector<std::string> forwarded = daemonArguments(arguments);
     startDaemon(oneDevice(folders, "start"), forwarded);
 }
@@ -204,6 +240,75 @@ void setLink(const std::string& device, bool enabled) {
     control(device, request);
 }
 
+// A whole number of at least `least` from an option's text.
+std::uint64_t count(const Arguments& arguments, const std::string& option, std::uint64_t least) {
+    const std::string text = *arguments.value(option);
+    if (text.empty() || text.size() > 18 ||
+        text.find_first_not_of("0123456789") != std::string::npos || std::stoull(text) < least) {
+        throw UsageError("--" + option + " takes a whole number of at least " +
+                         std::to_string(least) + ", not '" + text + "'");
+    }
+    return std::stoull(text);
+}
+
+// The trigger of a fault (WHEN), if one was given.
+void readTrigger(const Arguments& arguments, wire::LinkFault& fault) {
+    arguments.allowOneOf("after-file-bytes", "after-messages");
+    if (arguments.has("after-file-bytes")) {
+        fault.set_after_file_bytes(count(arguments, "after-file-bytes", 1));
+    } else if (arguments.has("after-messages")) {
+        if (!arguments.has("channel")) {
+            throw UsageError("--after-messages needs --channel");
+        }
+        fault.set_after_messages(static_cast<std::uint32_t>(
+            std::min<std::uint64_t>(count(arguments, "after-messages", 1), UINT32_MAX)));
+        fault.set_channel_id(static_cast<std::uint32_t>(
+            std::min<std::uint64_t>(count(arguments, "channel", 0), 0xffff)));
+    } else if (arguments.has("channel")) {
+        throw UsageError("--channel goes with --after-messages");
+    }
+}
+
+// A fault command: detach, drop or stall.
+Command faultCommand(const std::string& name, wire::LinkFault::Action action) {
+    return [name, action](const Arguments& arguments, const Folders& folders) {
+        std::set<std::string> allowed{"device", "after-file-bytes", "after-messages", "channel"};
+        if (action == wire::LinkFault::STALL) {
+            allowed.insert("seconds");
+        }
+        arguments.allowOnly(name, allowed);
+        wire::Request request;
+        wire::LinkFault& fault = *request.mutable_fault();
+        fault.set_action(action);
+        if (action == wire::LinkFault::STALL) {
+            if (!arguments.has("seconds")) {
+                throw UsageError("stall needs --seconds");
+            }
+            fault.set_stall_ms(static_cast<std::uint32_t>(
+                std::min<std::uint64_t>(count(arguments, "seconds", 1), 3600) * 1000));
+        }
+        readTrigger(arguments, fault);
+        const std::string device = oneDevice(folders, name);
+        if (control(device, request).result() != wire::RESULT_SUCCESS) {
+            throw std::runtime_error("the service of " + device + " has no link to " + name);
+        }
+    };
+}
+
+void storageCommand(const Arguments& arguments, const Folders& folders) {
+    arguments.allowOnly("storage", {"device", "free", "unlimited"});
+    arguments.allowOneOf("free", "unlimited");
+    const std::string device = oneDevice(folders, "storage");
+    const std::string file = device + "/" + Kv::Device::kStorageFreeFile;
+    if (arguments.has("unlimited")) {
+        ::unlink(file.c_str());
+    } else if (arguments.has("free")) {
+        Kv::Device::writeFileAtomically(file, std::to_string(count(arguments, "free", 0)) + "\n");
+    } else {
+        throw UsageError("storage needs --free BYTES or --unlimited");
+    }
+}
+
 void stopCommand(const Arguments& arguments, const Folders& folders) {
     arguments.allowOnly("stop", {"device"});
     for (const std::string& folder : folders.empty() ? Folders{Kv::Device::root()} : folders) {
@@ -230,9 +335,11 @@ const std::map<std::string, Command>& commands() {
         {"identity", onOneDevice("identity", showIdentity)},
         {"start", startCommand},
         {"status", statusCommand},
-        {"detach",
-         onOneDevice("detach", [](const std::string& device) { setLink(device, false); })},
+        {"detach", faultCommand("detach", wire::LinkFault::DETACH)},
         {"attach", onOneDevice("attach", [](const std::string& device) { setLink(device, true); })},
+        {"drop", faultCommand("drop", wire::LinkFault::DROP)},
+        {"stall", faultCommand("stall", wire::LinkFault::STALL)},
+        {"storage", storageCommand},
         {"stop", stopCommand}};
     return table;
 }
@@ -259,6 +366,13 @@ int main(int argc, char** argv) {
                                             {"connect", Option::WithValue},
                                             {"name", Option::WithValue},
                                             {"insecure", Option::Flag},
-                                            {"json", Option::Flag}});
+                                            {"json", Option::Flag},
+                                            {"link-profile", Option::WithValue},
+                                            {"seconds", Option::WithValue},
+                                            {"after-file-bytes", Option::WithValue},
+                                            {"after-messages", Option::WithValue},
+                                            {"channel", Option::WithValue},
+                                            {"free", Option::WithValue},
+                                            {"unlimited", Option::Flag}});
     return commandLine.run(argc, argv, runTool);
 }
