@@ -1,5 +1,7 @@
 #include "EventDispatcher.h"
 
+#include <Logger.h>
+
 #include <cstring>
 
 namespace Kv {
@@ -79,6 +81,8 @@ void EventDispatcher::deliver(const wire::Event& event) const {
             }
             return;
         case Body::kServiceError:
+            LoggerW("the accessory service reports error "
+                    << event.service_error().code() << " for " << event.service_error().value());
             if (m_service.onError != nullptr) {
                 m_service.onError(event.service_error().value(), event.service_error().code());
             }

@@ -2,17 +2,20 @@
 // library while a scripted app on device alpha speaks the wire protocol.
 #include <MainLoopRunner.h>
 #include <gtest/gtest.h>
+#include <kv-accessory/LinkProfiles.h>
 #include <kv-device/AppRegistry.h>
 #include <kv-device/FileUtil.h>
 #include <kvp-client-stub-api.h>
 
 #include <signal.h>
 
+#include <algorithm>
 #include <cstdlib>
 #include <cstring>
 
 #include "AccessoryTestSupport.h"
 #include "DeviceTestSupport.h"
+#include "Limits.h"
 
 namespace KvTest {
 namespace {
@@ -31,6 +34,8 @@ struct Recorder {
     std::vector<std::string> offered;
     std::vector<int> progress;
     std::vector<std::pair<int, int>> received;
+    std::vector<std::pair<unsigned int, unsigned short>> spaceAvailable;
+    std::vector<std::pair<unsigned int, int>> errors;
 };
 
 Recorder recorder;
@@ -83,6 +88,16 @@ void onReceiveComplete(int transactionId, const char*, int status) {
     recorder.received.emplace_back(transactionId, status);
 }
 
+void onSpaceAvailable(unsigned int connectionId, unsigned short channelId) {
+    note("space available " + std::to_string(connectionId) + " " + std::to_string(channelId));
+    recorder.spaceAvailable.emplace_back(connectionId, channelId);
+}
+
+void onError(unsigned int value, int errorCode) {
+    note("error " + std::to_string(value) + " " + std::to_string(errorCode));
+    recorder.errors.emplace_back(value, errorCode);
+}
+
 kvp_ft_notifications_t fileTable() {
     kvp_ft_notifications_t notifications;
     std::memset(&notifications, 0, sizeof(notifications));
@@ -100,6 +115,8 @@ kvp_notifications_t table() {
     notifications.onServiceConnectionIndication = onIndication;
     notifications.onServiceTerminationIndication = onTermination;
     notifications.onDeviceStatus = onDeviceStatus;
+    notifications.onSpaceAvailable = onSpaceAvailable;
+    notifications.onError = onError;
     return notifications;
 }
 
@@ -114,9 +131,14 @@ int request(Call call) {
 
 class ClientLibraryTest : public testing::Test {
 protected:
-    static void SetUpTestSuite() {
+    static void SetUpTestSuite() { startDevices({}); }
+
+    // A fresh pair, its daemons started with `extra`, this process the
+    // provider app of beta with nothing known yet.
+    static void startDevices(const std::vector<std::string>& extra) {
+        recorder = Recorder();
         devices = new DevicePair();
-        devices->start();
+        devices->start(extra);
         // This process is the provider app of beta, and uses the library there.
         setenv("KV_DEVICE", devices->beta().c_str(), 1);
         Kv::Device::registerRunningApp(getpid(), kProviderApp);
@@ -298,6 +320,114 @@ TEST_F(ClientLibraryTest, ALostServiceIsADetachAndItsReturnAnAttach) {
     EXPECT_EQ(isKvpConnected(), 1);
     recorder.agentId = 0;  // the new service knows no agent of this app
     EXPECT_NE(registeredAgent(), 0u);
+}
+
+// The same library over a slow link (the "ble" profile): about a second of the
+// link's bandwidth fits in a channel's queue.
+class ClientLibraryOnASlowLinkTest : public ClientLibraryTest {
+protected:
+    static void SetUpTestSuite() { startDevices({"--link-profile", "ble"}); }
+
+    static const Kv::Accessory::LinkProfile& link() {
+        return *Kv::Accessory::findLinkProfile("ble");
+    }
+
+    // Sends blocks of the largest size on `channel` until one is refused;
+    // how many were taken (at most `limit`).
+    static std::size_t fillChannel(unsigned int connectionId, unsigned short channel,
+                                   std::size_t limit = 1000) {
+        const std::string block(link().maxDataSize, 'b');
+        std::size_t taken = 0;
+        while (taken < limit &&
+               sendData(connectionId, channel, static_cast<unsigned int>(block.size()),
+                        block.data()) == KVP_SUCCESS) {
+            ++taken;
+        }
+        return taken;
+    }
+
+    static void attachAgain() {
+        devices->setLink(devices->beta(), true);
+        ASSERT_TRUE(devices->waitLinked(devices->alpha()));
+        ASSERT_TRUE(devices->waitLinked(devices->beta()));
+        ASSERT_TRUE(runMainLoopUntil([] { return recorder.deviceStatus.back().second == 1; },
+                                     std::chrono::seconds(10)));
+        recorder.agentId = 0;  // the agents went with the detach
+    }
+};
+
+TEST_F(ClientLibraryOnASlowLinkTest, AFullChannelRefusesSendsUntilTheAppIsToldOfRoom) {
+    WireClient consumer(devices->alpha(), kConsumerApp);
+    const auto [remote, local] = connectFrom(consumer);
+    const std::size_t taken = fillChannel(local, 101);
+    ASSERT_LT(taken, 1000u) << "no send was refused";
+    EXPECT_GE(taken * link().maxDataSize, link().channelQueueBytes());
+    EXPECT_TRUE(recorder.spaceAvailable.empty());
+
+    ASSERT_TRUE(runMainLoopUntil([] { return !recorder.spaceAvailable.empty(); }));
+    EXPECT_EQ(recorder.spaceAvailable.front(),
+              std::make_pair(static_cast<unsigned int>(local), static_cast<unsigned short>(101)));
+    EXPECT_EQ(recorder.spaceAvailable.size(), 1u);
+    EXPECT_FALSE(recorder.calledInsideCall);
+    ASSERT_EQ(sendData(local, 101, 10, "after room"), KVP_SUCCESS);
+
+    // Everything taken arrives, in order; nothing refused does.
+    for (std::size_t i = 0; i < taken; ++i) {
+        auto event = consumer.waitEvent(isData(remote));
+        ASSERT_TRUE(event.has_value()) << i;
+        ASSERT_EQ(event->data().data().size(), link().maxDataSize) << i;
+    }
+    auto last = consumer.waitEvent(isData(remote));
+    ASSERT_TRUE(last.has_value());
+    EXPECT_EQ(last->data().data(), "after room");
+    EXPECT_EQ(terminateServiceConnection(local), KVP_SUCCESS);
+    ASSERT_TRUE(consumer.waitEvent(isTerminated(remote)).has_value());
+}
+
+TEST_F(ClientLibraryOnASlowLinkTest, DataThatNeverLeftIsReportedBeforeTheDetach) {
+    WireClient consumer(devices->alpha(), kConsumerApp);
+    const auto [remote, local] = connectFrom(consumer);
+    recorder.errors.clear();
+    recorder.log.clear();
+    ASSERT_GT(fillChannel(local, 102), 2u);
+    devices->setLink(devices->beta(), false);
+
+    ASSERT_TRUE(runMainLoopUntil([] { return !recorder.errors.empty(); }));
+    EXPECT_EQ(recorder.errors.front(),
+              std::make_pair(static_cast<unsigned int>(local),
+                             static_cast<int>(KVP_SERVICE_ERROR_DATA_LOST)));
+    const auto noted = [](const std::string& what) {
+        return std::find(recorder.log.begin(), recorder.log.end(), what);
+    };
+    ASSERT_TRUE(runMainLoopUntil([&] { return noted("device 0") != recorder.log.end(); }));
+    EXPECT_LT(noted("error " + std::to_string(local) + " 0"), noted("device 0"));
+    EXPECT_EQ(recorder.errors.size(), 1u);
+    attachAgain();
+}
+
+TEST_F(ClientLibraryOnASlowLinkTest, ALinkSilentPastSupervisionIsReportedAndEnds) {
+    WireClient consumer(devices->alpha(), kConsumerApp);
+    connectFrom(consumer);
+    recorder.errors.clear();
+    WireClient tool(devices->beta(), "");
+    wire::Request stall;
+    stall.mutable_fault()->set_action(wire::LinkFault::STALL);
+    stall.mutable_fault()->set_stall_ms(9000);
+    const auto start = std::chrono::steady_clock::now();
+    ASSERT_EQ(tool.call(stall).result(), 0);
+
+    ASSERT_TRUE(
+        runMainLoopUntil([] { return !recorder.errors.empty(); }, std::chrono::seconds(12)));
+    EXPECT_GE(std::chrono::steady_clock::now() - start,
+              Kv::Accessory::kLinkSilenceLimit - Kv::Accessory::kLinkPingInterval);
+    EXPECT_EQ(recorder.errors.front(),
+              std::make_pair(static_cast<unsigned int>(wire::DEVICE_TYPE_BLE),
+                             static_cast<int>(KVP_SERVICE_ERROR_LINK_SILENT)));
+    ASSERT_TRUE(runMainLoopUntil([] { return recorder.deviceStatus.back().second == 0; }));
+    EXPECT_EQ(recorder.deviceStatus.back().first, wire::DEVICE_TYPE_BLE);
+    // Once the stall is over the devices link again by themselves.
+    ASSERT_TRUE(devices->waitLinked(devices->beta(), true, std::chrono::seconds(15)));
+    attachAgain();
 }
 
 }  // namespace
