@@ -144,6 +144,9 @@ protected:
         Kv::Device::registerRunningApp(getpid(), kProviderApp);
         ASSERT_EQ(registerNotifications(table()), KVP_SUCCESS);
         registerFTNotifications(fileTable());
+        // A session with an earlier pair's service is noticed lost, and the
+        // library finds this one's.
+        ASSERT_TRUE(runMainLoopUntil([] { return isKvpConnected() == 1; }));
     }
 
     static void TearDownTestSuite() {
