@@ -5,7 +5,9 @@
 
 #include <TwoDevices.h>
 
+#include <memory>
 #include <string>
+#include <vector>
 
 namespace KvE2e {
 
@@ -28,6 +30,43 @@ public:
 
 private:
     std::string m_path;
+};
+
+// Waits until the file at `path` holds `text` (an app's log, say); false
+// after the timeout.
+bool waitForText(const std::string& path, const std::string& text,
+                 milliseconds timeout = seconds(10));
+
+// How many times `line` stands in `text` as a whole line.
+int countLines(const std::string& text, const std::string& line);
+
+// A watch app and a phone app run on a pair of devices, their outputs
+// labelled "watch" and "phone" in the work folder.
+class AppsOnPair {
+public:
+    explicit AppsOnPair(const DevicePair& devices) : m_devices(devices) {}
+
+    // Starts the watch app with `watchArguments` and waits until it says
+    // "watch: ready", then the phone app, until it says `phoneReady`.
+    void start(const std::string& watchApp, const std::vector<std::string>& watchArguments,
+               const std::string& phoneApp, const std::vector<std::string>& phoneArguments,
+               const std::string& phoneReady = "phone: found");
+
+    // What both apps printed so far, the phone's first.
+    std::string both() const;
+    // Waits until the app printed `line` (and a line end); a test failure
+    // with both outputs otherwise.
+    void expectPhone(const std::string& line, milliseconds timeout = seconds(20));
+    void expectWatch(const std::string& line, milliseconds timeout = seconds(20));
+
+    std::unique_ptr<AppRun> watch;
+    std::unique_ptr<AppRun> phone;
+
+private:
+    void expect(AppRun& app, const std::string& label, const std::string& line,
+                milliseconds timeout) const;
+
+    const DevicePair& m_devices;
 };
 
 }  // namespace KvE2e

@@ -15,16 +15,6 @@ using namespace KvE2e;
 
 namespace {
 
-// How many times `line` stands in `text` as a whole line.
-int countLines(const std::string& text, const std::string& line) {
-    int count = 0;
-    for (std::size_t at = text.find(line + "\n"); at != std::string::npos;
-         at = text.find(line + "\n", at + 1)) {
-        count += at == 0 || text[at - 1] == '\n' ? 1 : 0;
-    }
-    return count;
-}
-
 void writeBytes(const std::string& path, std::size_t size) {
     std::ofstream file(path, std::ios::binary | std::ios::trunc);
     const std::string block(64 * 1024, 'k');
@@ -46,47 +36,32 @@ protected:
 
     // Starts the watch answering as `mode` says, then the phone in `situation`.
     void start(const std::string& mode, const std::string& situation) {
-        watch = std::make_unique<AppRun>(devices.watch(), watchApp, "watch", work,
-                                         std::vector<std::string>{mode}, seconds(60));
-        ASSERT_TRUE(watch->waitForOutput("watch: ready")) << watch->output();
-        phone = std::make_unique<AppRun>(devices.phone(), phoneApp, "phone", work,
-                                         std::vector<std::string>{situation}, seconds(60));
-        ASSERT_TRUE(phone->waitForOutput("phone: found")) << both();
+        apps.start(watchApp, {mode}, phoneApp, {situation});
     }
 
-    std::string both() const {
-        return (phone ? phone->output() : std::string()) + (watch ? watch->output() : "");
-    }
-
-    void expectPhone(const std::string& line) {
-        EXPECT_TRUE(phone->waitForOutput(line + "\n")) << "phone did not say: " << line << "\n"
-                                                       << both();
-    }
-    void expectWatch(const std::string& line) {
-        EXPECT_TRUE(watch->waitForOutput(line + "\n")) << "watch did not say: " << line << "\n"
-                                                       << both();
-    }
+    std::string both() const { return apps.both(); }
+    void expectPhone(const std::string& line) { apps.expectPhone(line); }
+    void expectWatch(const std::string& line) { apps.expectWatch(line); }
 
     const WorkFolder work;
     DevicePair devices;
     const std::string watchApp;
     const std::string phoneApp;
-    std::unique_ptr<AppRun> watch;
-    std::unique_ptr<AppRun> phone;
+    AppsOnPair apps{devices};
 };
 
 TEST_F(SituationsTest, NoDevice) {
     start("accept", "no-device");
-    ASSERT_TRUE(phone->waitForOutput("phone: waiting for the detach")) << both();
+    ASSERT_TRUE(apps.phone->waitForOutput("phone: waiting for the detach")) << both();
     devices.setLink(devices.phone(), false);
     expectPhone("phone: connection error DEVICE_UNREACHABLE");
 }
 
 TEST_F(SituationsTest, UnknownPeer) {
     start("accept", "unknown-peer");
-    ASSERT_TRUE(phone->waitForOutput("phone: waiting for the watch to go")) << both();
-    watch->kill(SIGTERM);
-    watch->finish();
+    ASSERT_TRUE(apps.phone->waitForOutput("phone: waiting for the watch to go")) << both();
+    apps.watch->kill(SIGTERM);
+    apps.watch->finish();
     expectPhone("phone: connection error INVALID_PEERAGENT");
 }
 
@@ -138,8 +113,8 @@ TEST_F(SituationsTest, LinkLostIsToldOnceOnBothSides) {
 TEST_F(SituationsTest, PeerCloseThenLinkLoss) {
     start("close-first", "reconnect");
     expectPhone("phone: connection 1 ended PEER_DISCONNECTED");
-    ASSERT_TRUE(
-        phone->waitForOutput("phone: connection 1 ended PEER_DISCONNECTED\nphone: connected\n"))
+    ASSERT_TRUE(apps.phone->waitForOutput(
+        "phone: connection 1 ended PEER_DISCONNECTED\nphone: connected\n"))
         << both();
     devices.setLink(devices.phone(), false);
     expectPhone("phone: connection 2 ended DEVICE_DETACHED");
@@ -176,7 +151,7 @@ TEST_F(SituationsTest, FilesOutsideTheAppsFoldersAreRefused) {
     start("accept", "outside-file");
     const std::string refused =
         "phone: sendFile threw InvalidValuesError File scheme is not valid.";
-    ASSERT_TRUE(phone->waitForOutput(refused + "\n" + refused + "\n")) << both();
+    ASSERT_TRUE(apps.phone->waitForOutput(refused + "\n" + refused + "\n")) << both();
 }
 
 TEST_F(SituationsTest, AFileCanNotBeTakenOutsideTheReceiversFolders) {
@@ -184,7 +159,7 @@ TEST_F(SituationsTest, AFileCanNotBeTakenOutsideTheReceiversFolders) {
     const std::string refused =
         "watch: file offered report.txt\n"
         "watch: receiveFile threw InvalidValuesError File path is not valid.\n";
-    ASSERT_TRUE(watch->waitForOutput(refused + refused)) << both();
+    ASSERT_TRUE(apps.watch->waitForOutput(refused + refused)) << both();
 }
 
 TEST_F(SituationsTest, FileIoAtTheSender) {

@@ -76,15 +76,20 @@ std::string readText(const std::string& path) {
     return text.str();
 }
 
-DevicePair::DevicePair(const std::string& work, bool insecure)
+DevicePair::DevicePair(const std::string& work, bool insecure, const std::string& linkProfile)
     : m_work(work), m_watch(work + "/watch"), m_phone(work + "/phone") {
     accessoryTool({"create", m_watch, m_phone});
     std::vector<std::string> pair{"pair", m_watch, m_phone};
     if (insecure) {
         pair.push_back("--insecure");
     }
+    if (!linkProfile.empty()) {
+        pair.insert(pair.end(), {"--link-profile", linkProfile});
+    }
     accessoryTool(pair);
 }
+
+void DevicePair::tool(const std::vector<std::string>& arguments) const { accessoryTool(arguments); }
 
 std::string DevicePair::fingerprint(const std::string& device) const {
     const KvTest::ProcessResult result =

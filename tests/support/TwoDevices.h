@@ -19,11 +19,13 @@ using std::chrono::seconds;
 
 // Two device folders, "watch" and "phone", under `work` (made afresh),
 // paired, with their daemons started and linked (over TLS, or plain TCP when
-// `insecure`): the watch listens, the phone connects. The daemons are
+// `insecure`) on the link of `linkProfile` (one of kv-accessory's; unshaped
+// when empty): the watch listens, the phone connects. The daemons are
 // stopped when the object goes.
 class DevicePair {
 public:
-    explicit DevicePair(const std::string& work, bool insecure = false);
+    explicit DevicePair(const std::string& work, bool insecure = false,
+                        const std::string& linkProfile = "");
     ~DevicePair();
     DevicePair(const DevicePair&) = delete;
     DevicePair& operator=(const DevicePair&) = delete;
@@ -41,6 +43,9 @@ public:
     void startDaemon(const std::string& device) const;
     // Drops the device's link and keeps it down, or allows it again.
     void setLink(const std::string& device, bool up) const;
+    // Runs kv-accessory with `arguments` (a fault, a storage limit); throws
+    // with its error output when it fails.
+    void tool(const std::vector<std::string>& arguments) const;
     // Waits until both daemons report the link up; false after `timeout`.
     bool waitLinked(milliseconds timeout = seconds(10)) const;
     // The fingerprint of the device's certificate.
