@@ -38,9 +38,8 @@ protected:
         return done();
     }
 
-    // The texts of the frames that the other end has received.
+    // The texts of the frames that the other end has received so far.
     std::vector<std::string> receivedTexts() {
-        FrameDecoder decoder;
         std::array<char, 4096> buffer;
         asio::error_code error;
         other.non_blocking(true);
@@ -49,13 +48,19 @@ protected:
             if (error) {
                 break;
             }
-            decoder.feed(buffer.data(), count);
+            received.feed(buffer.data(), count);
         }
-        std::vector<std::string> texts;
-        while (auto payload = decoder.next()) {
+        while (auto payload = received.next()) {
             texts.push_back(decodeLinkMessage(*payload).data().data());
         }
         return texts;
+    }
+
+    // Runs the loop until the other end has `count` frames; how long it took.
+    std::chrono::steady_clock::duration timeToReceive(std::size_t count) {
+        const auto start = std::chrono::steady_clock::now();
+        EXPECT_TRUE(runUntil([&] { return receivedTexts().size() >= count; }));
+        return std::chrono::steady_clock::now() - start;
     }
 
     asio::io_context io;
@@ -63,6 +68,8 @@ protected:
     std::shared_ptr<Channel> channel;
     std::vector<std::string> payloads;
     std::optional<std::string> closeReason;
+    FrameDecoder received;
+    std::vector<std::string> texts;
 };
 
 TEST_F(FramedChannelTest, AHigherPriorityFrameOvertakesQueuedOnes) {
@@ -114,6 +121,41 @@ TEST_F(FramedChannelTest, TheOtherEndClosingEndsTheSession) {
     other.close();
     ASSERT_TRUE(runUntil([this] { return closeReason.has_value(); }));
     EXPECT_EQ(*closeReason, "the other end closed");
+}
+
+// A shaped link lets frames leave at its bandwidth and arrive after its
+// latency, and tells of each tagged frame once it has left, in order.
+TEST_F(FramedChannelTest, AShapedChannelWritesAtTheLinksPace) {
+    LinkProfile slow;
+    slow.bandwidth = 20'000;
+    slow.latency = std::chrono::milliseconds(30);
+    channel->shape(slow);
+    std::vector<std::uint64_t> written;
+    channel->onWritten([&](std::uint64_t tag) { written.push_back(tag); });
+    for (std::uint64_t tag = 1; tag <= 4; ++tag) {
+        ASSERT_TRUE(channel->send(frameOf(std::string(200, 'x')), kPriorityLow, tag));
+    }
+    // 4 frames of a little over 200 bytes at 20 kB/s: 40 ms, then the latency.
+    EXPECT_GE(timeToReceive(4), std::chrono::milliseconds(70));
+    EXPECT_EQ(written, (std::vector<std::uint64_t>{1, 2, 3, 4}));
+}
+
+// A stalled channel neither writes nor hands on what it reads; once resumed
+// both go on, and nothing is lost.
+TEST_F(FramedChannelTest, AStalledChannelHoldsBothWaysUntilResumed) {
+    channel->stall(true);
+    ASSERT_TRUE(channel->send(frameOf("held out")));
+    asio::write(other, asio::buffer(frameOf("held in")));
+    runUntil([] { return false; });
+    EXPECT_TRUE(receivedTexts().empty());
+    EXPECT_TRUE(payloads.empty());
+    EXPECT_FALSE(closeReason.has_value());
+
+    channel->stall(false);
+    timeToReceive(1);
+    EXPECT_EQ(receivedTexts(), std::vector<std::string>{"held out"});
+    ASSERT_TRUE(runUntil([this] { return payloads.size() == 1; }));
+    EXPECT_EQ(decodeLinkMessage(payloads[0]).data().data(), "held in");
 }
 
 }  // namespace
