@@ -262,11 +262,13 @@ void Service::pumpFile(int transactionId) {
         }
     }
     if (transfer.done >= transfer.size) {
+        // All of it is on its way. The transfer ends when the receiver has
+        // the whole file under its name, or tells why not; until then the
+        // sender's app is not told that it was sent.
         wire::LinkMessage end;
         end.mutable_file_end()->set_transaction_id(transfer.offerId);
         end.mutable_file_end()->set_status(wire::FILE_DONE);
         sendLink(end, kPriorityLow);
-        finishTransfer(transactionId, wire::FILE_DONE, std::nullopt);
         return;
     }
     m_link->whenDrained(backlog / 2, [this, transactionId] { pumpFile(transactionId); });
@@ -339,20 +341,21 @@ void Service::onFileEnd(const wire::FileEnd& end) {
     finishTransfer(transfer->id, end.status(), std::nullopt);
 }
 
-// The sender sent everything: the file takes its final name.
+// The sender sent everything: the file takes its final name, and the sender
+// learns that it arrived.
 void Service::completeReceive(Transfer& transfer) {
     if (!transfer.target || transfer.done != transfer.size) {
-        finishTransfer(transfer.id, wire::FILE_IO, std::nullopt);
+        finishTransfer(transfer.id, wire::FILE_IO, wire::FILE_CHANNEL_IO);
         return;
     }
     try {
         const std::string local = transfer.target->commit(keepsExistingFiles(transfer.path));
         Device::takeEmulatedSpace(transfer.size);
         const std::string path = folderName(transfer.path) + baseName(local);
-        finishTransfer(transfer.id, wire::FILE_DONE, std::nullopt, path);
+        finishTransfer(transfer.id, wire::FILE_DONE, wire::FILE_DONE, path);
     } catch (const std::system_error& error) {
         LoggerW(error.what());
-        finishTransfer(transfer.id, writeFailure(error.code().value()), std::nullopt);
+        finishTransfer(transfer.id, writeFailure(error.code().value()), wire::FILE_CHANNEL_IO);
     }
 }
 
