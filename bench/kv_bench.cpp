@@ -12,6 +12,7 @@
 // goes to FILE as JSON.
 #include <ChildProcess.h>
 #include <TwoDevices.h>
+#include <kv-accessory/LinkProfiles.h>
 #include <stdlib.h>
 #include <unistd.h>
 
@@ -244,6 +245,7 @@ std::size_t daemonMemory(const std::string& device, const std::string& field) {
 
 // What a scenario may do besides running the phone app.
 struct Hooks {
+    std::string linkProfile;                                 // the pair's link; unshaped if empty
     std::function<void(const DevicePair&)> prepare;          // before the apps start
     std::function<void(const DevicePair&, AppRun&)> during;  // while the phone runs
     std::function<void(const DevicePair&)> after;            // once the phone is done
@@ -254,7 +256,7 @@ struct Hooks {
 std::string scenarioRun(const Settings& settings, int servedAgents,
                         const std::vector<std::string>& arguments, const Hooks& hooks = {}) {
     Scratch scratch;
-    DevicePair devices(scratch.path());
+    DevicePair devices(scratch.path(), false, hooks.linkProfile);
     const int profiles = std::max(servedAgents, settings.agents);
     const std::string watchApp = devices.install(
         devices.watch(), benchApp(scratch.path(), "bench-watch", "provider", profiles));
@@ -286,7 +288,8 @@ void writeFile(const std::string& path, std::uintmax_t size) {
     std::ofstream file(path, std::ios::binary);
     const std::string block(1 << 20, 'f');
     for (std::uintmax_t written = 0; written < size; written += block.size()) {
-        file.write(block.data(), static_cast<std::streamsize>(block.size()));
+        file.write(block.data(), static_cast<std::streamsize>(
+                                     std::min<std::uintmax_t>(block.size(), size - written)));
     }
 }
 
@@ -334,6 +337,41 @@ void measureConnections(const Settings& settings, Figures& figures) {
             "", figures);
 }
 
+// Each shaped link profile: the round trip of a small ping and the
+// throughput of a file of a few seconds of the link, next to what the
+// profile configures (both latencies plus the ping's time on the wire, and
+// the bandwidth).
+void measureLinkProfile(const Settings& settings, const Kv::Accessory::LinkProfile& link,
+                        Figures& figures) {
+    using std::chrono::duration;
+    const std::string prefix = "link-" + link.name + "-";
+    constexpr std::size_t kPingOnTheWire = 128;  // the ping, its frame and the link's record
+    const double wireSeconds = static_cast<double>(kPingOnTheWire) / link.bandwidth;
+    record(figures, prefix + "configured-roundtrip", "us",
+           2 * (duration<double, std::micro>(link.latency).count() + wireSeconds * 1e6));
+    record(figures, prefix + "configured-throughput", "MB/s", link.bandwidth / 1e6);
+
+    Hooks hooks;
+    hooks.linkProfile = link.name;
+    const std::string pings = settings.quick ? "20" : "200";
+    collect(scenarioRun(settings, 1, {"roundtrip", pings}, hooks), prefix, figures);
+
+    const std::uintmax_t size = link.bandwidth * (settings.quick ? 1 : 4);
+    hooks.prepare = [size](const DevicePair& devices) {
+        writeFile(devices.phone() + "/fs/opt/usr/media/Documents/big.bin", size);
+    };
+    collect(scenarioRun(settings, 1, {"file", "documents/big.bin", std::to_string(size)}, hooks),
+            prefix, figures);
+}
+
+void measureLinkProfiles(const Settings& settings, Figures& figures) {
+    for (const Kv::Accessory::LinkProfile& link : Kv::Accessory::linkProfiles()) {
+        if (link.shaped()) {
+            measureLinkProfile(settings, link, figures);
+        }
+    }
+}
+
 void measureScenarios(const Settings& settings, Figures& figures) {
     const std::string size = std::to_string(settings.messageSize);
     const std::string count = std::to_string(settings.messages);
@@ -365,6 +403,9 @@ void measureScenarios(const Settings& settings, Figures& figures) {
     if (settings.wants("startup")) {
         collect(scenarioRun(settings, 1, {"startup"}), "startup-", figures);
     }
+    if (settings.wants("links")) {
+        measureLinkProfiles(settings, figures);
+    }
     if (settings.wants("discovery")) {
         collect(
             scenarioRun(settings, settings.agents, {"discovery", std::to_string(settings.agents)}),
@@ -382,27 +423,45 @@ struct Comparison {
     bool moreIsBetter;
 };
 
+// Each shaped link profile against what it configures.
+std::vector<Comparison> linkComparisons() {
+    std::vector<Comparison> rows;
+    for (const Kv::Accessory::LinkProfile& link : Kv::Accessory::linkProfiles()) {
+        if (link.shaped()) {
+            const std::string prefix = "link-" + link.name + "-";
+            rows.push_back({prefix + "roundtrip-median", prefix + "configured-roundtrip", false});
+            rows.push_back({prefix + "file", prefix + "configured-throughput", true});
+        }
+    }
+    return rows;
+}
+
 const std::vector<Comparison>& comparisons() {
-    static const std::vector<Comparison> table = {
-        {"sendData-ascii-plain-throughput", "relay-throughput", true},
-        {"sendData-ascii-plain-throughput", "dbus-throughput", true},
-        {"sendData-utf8-plain-throughput", "relay-throughput", true},
-        {"sendData-ascii-secure-throughput", "tls-relay-throughput", true},
-        {"sendData-utf8-secure-throughput", "tls-relay-throughput", true},
-        {"roundtrip-median", "relay-roundtrip-median", false},
-        {"roundtrip-median", "dbus-roundtrip-median", false},
-        {"roundtrip-p99", "relay-roundtrip-p99", false},
-        {"message-rate", "", true},
-        {"file", "relay-throughput", true},
-        {"file", "cp-throughput", true},
-        {"file-daemon-memory-growth", "", false},
-        {"connect-all", "", false},
-        {"memory-per-connection", "", false},
-        {"cycles", "", true},
-        {"startup-agents-ready", "", false},
-        {"startup-first-peer", "", false},
-        {"discovery", "", false},
-    };
+    static const std::vector<Comparison> table = [] {
+        std::vector<Comparison> rows = {
+            {"sendData-ascii-plain-throughput", "relay-throughput", true},
+            {"sendData-ascii-plain-throughput", "dbus-throughput", true},
+            {"sendData-utf8-plain-throughput", "relay-throughput", true},
+            {"sendData-ascii-secure-throughput", "tls-relay-throughput", true},
+            {"sendData-utf8-secure-throughput", "tls-relay-throughput", true},
+            {"roundtrip-median", "relay-roundtrip-median", false},
+            {"roundtrip-median", "dbus-roundtrip-median", false},
+            {"roundtrip-p99", "relay-roundtrip-p99", false},
+            {"message-rate", "", true},
+            {"file", "relay-throughput", true},
+            {"file", "cp-throughput", true},
+            {"file-daemon-memory-growth", "", false},
+            {"connect-all", "", false},
+            {"memory-per-connection", "", false},
+            {"cycles", "", true},
+            {"startup-agents-ready", "", false},
+            {"startup-first-peer", "", false},
+            {"discovery", "", false},
+        };
+        const std::vector<Comparison> links = linkComparisons();
+        rows.insert(rows.end(), links.begin(), links.end());
+        return rows;
+    }();
     return table;
 }
 
@@ -481,7 +540,7 @@ Settings parseSettings(int argc, char** argv) {
             std::fprintf(stderr,
                          "usage: kv-bench [--quick] [--runs N] [--output FILE] [--only SCENARIO]\n"
                          "scenarios: throughput roundtrip rate file connections cycles startup "
-                         "discovery\n");
+                         "links discovery\n");
             std::exit(2);
         }
     }
