@@ -127,6 +127,7 @@ static int send(unsigned int connectionId, unsigned short channelId, unsigned in
     // answer; anything else waits for it, to tell the app what went wrong.
     try {
         ServiceClient& client = ServiceClient::instance();
+        client.takeArrived();
         if (client.canSendWithoutWaiting(connectionId, channelId, length, secure)) {
             wire::Request request;
             fill(request);

@@ -15,6 +15,9 @@ constexpr std::chrono::seconds kReplyTimeout(5);
 // (the service stops reading while the link is full).
 constexpr std::chrono::seconds kPostTimeout(120);
 constexpr std::size_t kReadPerTurn = 4 * 1024 * 1024;
+// What a send takes in before it decides whether it must wait for the
+// service's verdict (the rest waits for the main loop).
+constexpr std::size_t kReadPerSend = 64 * 1024;
 constexpr double kFirstBackoff = 0.1;
 constexpr double kLongestBackoff = 2.0;
 
@@ -209,11 +212,16 @@ void ServiceClient::warnInsecure() {
         "secure data and authentication will be refused");
 }
 
-void ServiceClient::takeMessages() {
+void ServiceClient::takeArrived() {
+    if (m_connection) {
+        takeMessages(kReadPerSend);
+        scheduleDispatch();
+    }
+}
+
+void ServiceClient::takeMessages(std::size_t enough) {
     try {
-        // A bounded amount per turn of the main loop, which comes back here
-        // for the rest after the app's other work.
-        m_connection->readAvailable(kReadPerTurn);
+        m_connection->readAvailable(enough);
         takeDecoded();
     } catch (const std::exception& error) {
         lose(error.what());
@@ -290,7 +298,9 @@ void ServiceClient::holdUntilIdleWorkRan() {
 Eina_Bool ServiceClient::onReadable(void* data, Ecore_Fd_Handler*) {
     auto* client = static_cast<ServiceClient*>(data);
     try {
-        client->takeMessages();
+        // A bounded amount per turn of the main loop, which comes back here
+        // for the rest after the app's other work.
+        client->takeMessages(kReadPerTurn);
         client->dispatchPending();
     } catch (const std::exception& error) {
         LoggerE("event delivery failed: " << error.what());

@@ -48,6 +48,11 @@ public:
     // can't be reached or does not answer in time.
     std::optional<wire::Reply> call(wire::Request request);
 
+    // Takes in what the service sent since the main loop last looked,
+    // without waiting, so that what this knows of the channels is current:
+    // an app that sends in a burst, without going back to its loop, still
+    // learns that a channel has filled up.
+    void takeArrived();
     // Whether data of `length` bytes on this connection and channel will
     // surely be taken: the connection is open, the channel is one of its
     // agent's and its queue is not full, the data fits the link and, for
@@ -81,7 +86,9 @@ private:
     void connect(bool announce);
     void lose(const std::string& reason);
     void scheduleReconnect();
-    void takeMessages();
+    // Takes in what has arrived, at least `enough` bytes of it when there
+    // is that much.
+    void takeMessages(std::size_t enough);
     // Queues the messages decoded already; throws ProtocolError.
     void takeDecoded();
     void accept(wire::ServiceMessage message, std::uint32_t awaited,
