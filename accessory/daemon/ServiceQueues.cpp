@@ -14,9 +14,13 @@ std::uint64_t Service::channelTag(std::uint32_t connectionId, std::uint32_t chan
     return static_cast<std::uint64_t>(connectionId) << 16 | (channelId & 0xffffu);
 }
 
+// A channel that filled up stays full until it has drained to half: a
+// sender that topped it up whenever a send had left would never let its app
+// hear of room.
 bool Service::channelFull(std::uint32_t connectionId, std::uint32_t channelId) {
     auto found = m_channelQueues.find(channelTag(connectionId, channelId));
-    if (found == m_channelQueues.end() || found->second.bytes < m_profile.channelQueueBytes()) {
+    if (found == m_channelQueues.end() ||
+        (!found->second.full && found->second.bytes < m_profile.channelQueueBytes())) {
         return false;
     }
     found->second.refused = true;

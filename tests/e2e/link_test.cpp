@@ -107,7 +107,7 @@ INSTANTIATE_TEST_SUITE_P(EveryProfile, LinkProfileTest,
                              return info.param;
                          });
 
-// Faults on a Bluetooth link.
+// Faults and full queues on a Bluetooth link.
 class LinkFaultTest : public LinkTest, public testing::Test {
 protected:
     LinkFaultTest() : LinkTest("bt") {}
@@ -243,6 +243,16 @@ TEST_F(LinkFaultTest, StorageThatRunsOutMidTransferFailsItOnBothSides) {
     const std::vector<std::string> names = received();
     ASSERT_EQ(names.size(), 1u);
     EXPECT_EQ(std::filesystem::file_size(downloads() + "/" + names[0]), kFileSize);
+}
+
+// An app that sends faster than the link carries is refused once its
+// channel's queue is full, and its library is told when there is room again
+// (the plug-in only logs that; the script tries again on its own).
+TEST_F(LinkFaultTest, ARefusedSenderIsToldOfRoomOnceTheChannelDrains) {
+    start({"flood"});
+    ASSERT_TRUE(apps.phone->waitForOutput("phone: send refused IOError")) << apps.both();
+    EXPECT_TRUE(waitForText(work.path() + "/phone.log", "<<<<<< OnSpaceAvailable", seconds(15)));
+    EXPECT_EQ(apps.both().find("connection ended"), std::string::npos) << apps.both();
 }
 
 // An app that sends faster than the link carries is refused once its
