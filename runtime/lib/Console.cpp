@@ -1,4 +1,4 @@
-#include "Console.h"
+#include <kv-runtime/Console.h>
 
 #include "CallbackGuard.h"
 
@@ -78,6 +78,13 @@ JSValueRef print(JSContextRef context, JSObjectRef /*function*/, JSObjectRef /*t
     });
 }
 
+void installPrinters(JSContextRef context, JSObjectRef console) {
+    setFunction(context, console, "log", print<Level::Log>);
+    setFunction(context, console, "info", print<Level::Info>);
+    setFunction(context, console, "warn", print<Level::Warn>);
+    setFunction(context, console, "error", print<Level::Error>);
+}
+
 }  // namespace
 
 std::string formatConsoleArguments(JSContextRef context, size_t count, const JSValueRef values[]) {
@@ -93,11 +100,37 @@ std::string formatConsoleArguments(JSContextRef context, size_t count, const JSV
 
 void installConsole(JSContextRef context, JSObjectRef global) {
     JSObjectRef console = JSObjectMake(context, nullptr, nullptr);
-    setFunction(context, console, "log", print<Level::Log>);
-    setFunction(context, console, "info", print<Level::Info>);
-    setFunction(context, console, "warn", print<Level::Warn>);
-    setFunction(context, console, "error", print<Level::Error>);
+    installPrinters(context, console);
     setProperty(context, global, "console", console, kJSPropertyAttributeDontEnum);
+}
+
+void wrapConsole(JSContextRef context, JSObjectRef global) {
+    JSValueRef console = getProperty(context, global, "console");
+    if (!JSValueIsObject(context, console)) {
+        installConsole(context, global);
+        return;
+    }
+    JSObjectRef printers = JSObjectMake(context, nullptr, nullptr);
+    installPrinters(context, printers);
+    static const char kWrapper[] =
+        "(function (console, printers) {\n"
+        "    ['log', 'info', 'warn', 'error'].forEach(function (level) {\n"
+        "        var engine = console[level], print = printers[level];\n"
+        "        console[level] = function () {\n"
+        "            print.apply(undefined, arguments);\n"
+        "            return engine.apply(console, arguments);\n"
+        "        };\n"
+        "    });\n"
+        "})";
+    JSValueRef exception = nullptr;
+    JSValueRef wrapper = JSEvaluateScript(context, JsString(kWrapper).get(), nullptr, nullptr, 1,
+                                          &exception);
+    const JSValueRef arguments[] = {console, printers};
+    JSObjectCallAsFunction(context, JSValueToObject(context, wrapper, nullptr), nullptr, 2,
+                           arguments, &exception);
+    if (exception) {
+        LoggerW("cannot wrap the page's console: " << toStdString(context, exception));
+    }
 }
 
 }  // namespace Runtime

@@ -10,6 +10,7 @@ int exitCodeFor(ExitReason reason) {
     switch (reason) {
         case ExitReason::None:
         case ExitReason::Script:
+        case ExitReason::Closed:
             return 0;
         case ExitReason::Uncaught:
             return 1;

@@ -4,6 +4,7 @@
 #include <Logger.h>
 
 #include <algorithm>
+#include <cstdlib>
 #include <filesystem>
 #include <system_error>
 
@@ -30,6 +31,18 @@ std::vector<std::string> PluginLoader::pluginFilesIn(const std::string& folder) 
     }
     std::sort(files.begin(), files.end());
     return files;
+}
+
+std::vector<std::string> PluginLoader::defaultFolders() {
+    const char* fromEnvironment = std::getenv("KV_PLUGIN_DIR");
+    if (fromEnvironment && *fromEnvironment) {
+        return {fromEnvironment};
+    }
+    if (fs::is_directory(KV_DEFAULT_PLUGIN_DIR)) {
+        return {KV_DEFAULT_PLUGIN_DIR};
+    }
+    LoggerI("no plug-in folder at " << KV_DEFAULT_PLUGIN_DIR << "; running without plug-ins");
+    return {};
 }
 
 void PluginLoader::loadFolder(const std::string& folder) { loadFiles(pluginFilesIn(folder)); }

@@ -1,9 +1,8 @@
-#include "RuntimeObject.h"
+#include <kv-runtime/RuntimeObject.h>
 
 #include "CallbackGuard.h"
 
 #include <kv-runtime/JsValues.h>
-#include <kv-runtime/ScriptEnvironment.h>
 
 #include <time.h>
 #include <unistd.h>
@@ -58,7 +57,9 @@ int exitCodeArgument(JSContextRef context, size_t count, const JSValueRef argume
     return static_cast<int>(code);
 }
 
-JSValueRef exitApp(JSContextRef context, JSObjectRef /*function*/, JSObjectRef /*thisObject*/,
+// runtime.exit is an object of this class, callable as a function, whose
+// private data is the host it reaches.
+JSValueRef exitApp(JSContextRef context, JSObjectRef function, JSObjectRef /*thisObject*/,
                    size_t count, const JSValueRef arguments[], JSValueRef* exception) {
     return guardCallback(context, exception, [&] {
         const int code = exitCodeArgument(context, count, arguments);
@@ -67,14 +68,24 @@ JSValueRef exitApp(JSContextRef context, JSObjectRef /*function*/, JSObjectRef /
                 context, "runtime.exit: the code must be an integer from 0 to 255", "RangeError");
             return JSValueMakeUndefined(context);
         }
-        ScriptEnvironment* environment = ScriptEnvironment::from(context);
-        if (!environment) {
+        auto* host = static_cast<ScriptHost*>(JSObjectGetPrivate(function));
+        if (!host) {
             throw std::logic_error("runtime.exit is not available in this context");
         }
-        environment->exitControl().requestExit(ExitReason::Script, code);
-        *exception = environment->exitMarker();
+        host->exitRequested(code);
+        *exception = host->exitMarker();
         return JSValueMakeUndefined(context);
     });
+}
+
+JSClassRef exitFunctionClass() {
+    static JSClassRef theClass = [] {
+        JSClassDefinition definition = kJSClassDefinitionEmpty;
+        definition.className = "Function";
+        definition.callAsFunction = exitApp;
+        return JSClassCreate(&definition);
+    }();
+    return theClass;
 }
 
 // Milliseconds since the process started, with the clock's full resolution.
@@ -87,7 +98,9 @@ JSValueRef now(JSContextRef context, JSObjectRef /*function*/, JSObjectRef /*thi
     return JSValueMakeNumber(context, elapsed);
 }
 
-JSObjectRef makeMarker(JSContextRef context) {
+}  // namespace
+
+JSObjectRef makeExitMarker(JSContextRef context) {
     JSObjectRef marker = JSObjectMake(context, nullptr, nullptr);
     JSObjectRef toString =
         JSObjectMakeFunction(context, nullptr, 0, nullptr, JsString("return 'runtime.exit';").get(),
@@ -96,18 +109,32 @@ JSObjectRef makeMarker(JSContextRef context) {
     return marker;
 }
 
-}  // namespace
-
-JSObjectRef installRuntimeObject(JSContextRef context, JSObjectRef global) {
+void installRuntimeObject(JSContextRef context, JSObjectRef global, ScriptHost& host) {
     JSObjectRef runtime = JSObjectMake(context, nullptr, nullptr);
-    setFunction(context, runtime, "exit", exitApp);
+    JSObjectRef exit = JSObjectMake(context, exitFunctionClass(), &host);
+    // A function to scripts in every respect: runtime.exit.call(...) works.
+    JSValueRef functionPrototype = getProperty(
+        context, JSValueToObject(context, getProperty(context, global, "Function"), nullptr),
+        "prototype");
+    JSObjectSetPrototype(context, exit, functionPrototype);
+    setProperty(context, runtime, "exit", exit,
+                kJSPropertyAttributeReadOnly | kJSPropertyAttributeDontDelete);
     setFunction(context, runtime, "now", now);
     processStart();
-    JSObjectRef marker = makeMarker(context);
     setProperty(context, global, "runtime", runtime,
                 kJSPropertyAttributeReadOnly | kJSPropertyAttributeDontDelete);
     setRuntimeArguments(context, global, {});
-    return marker;
+}
+
+void releaseRuntimeObject(JSContextRef context, JSObjectRef global) {
+    JSValueRef runtime = getProperty(context, global, "runtime");
+    if (!JSValueIsObject(context, runtime)) {
+        return;
+    }
+    JSValueRef exit = getProperty(context, JSValueToObject(context, runtime, nullptr), "exit");
+    if (JSValueIsObjectOfClass(context, exit, exitFunctionClass())) {
+        JSObjectSetPrivate(JSValueToObject(context, exit, nullptr), nullptr);
+    }
 }
 
 void setRuntimeArguments(JSContextRef context, JSObjectRef global,

@@ -1,8 +1,8 @@
 #include <kv-runtime/ScriptEnvironment.h>
 
-#include "Console.h"
-#include "RuntimeObject.h"
-#include "ScriptError.h"
+#include <kv-runtime/Console.h>
+#include <kv-runtime/RuntimeObject.h>
+#include <kv-runtime/ScriptError.h>
 #include "ShutdownTriggers.h"
 #include "TimeLimit.h"
 #include "TimerRegistry.h"
@@ -74,9 +74,12 @@ void ScriptEnvironment::installGlobals() {
     JSObjectRef global = JSContextGetGlobalObject(m_context);
     installConsole(m_context, global);
     TimerRegistry::install(m_context, global);
-    m_exitMarker = installRuntimeObject(m_context, global);
+    m_exitMarker = makeExitMarker(m_context);
     JSValueProtect(m_context, m_exitMarker);
+    installRuntimeObject(m_context, global, *this);
 }
+
+void ScriptEnvironment::exitRequested(int code) { m_exit.requestExit(ExitReason::Script, code); }
 
 void ScriptEnvironment::setArguments(const std::vector<std::string>& arguments) {
     setRuntimeArguments(m_context, JSContextGetGlobalObject(m_context), arguments);

@@ -1,4 +1,4 @@
-#include "ScriptError.h"
+#include <kv-runtime/ScriptError.h>
 
 #include <kv-runtime/JsValues.h>
 

@@ -1,7 +1,6 @@
 #include "CommandLine.h"
 
-#include <cmath>
-#include <cstdlib>
+#include <set>
 
 namespace Kv {
 namespace Runtime {
@@ -16,29 +15,31 @@ const char kUsage[] =
     "usage: kv-runtime [--device DIR] install APP_FOLDER\n"
     "       kv-runtime [--device DIR] run APP_ID [--plugins DIR] [--plugin FILE]... "
     "[--timeout SECONDS]\n"
-    "                [-- ARGUMENT...]\n"
+    "                [--inspect] [--screenshot FILE] [--screenshots DIR [--every MS]]\n"
+    "                [--driver SOCKET] [--position X,Y] [-- ARGUMENT...]\n"
     "       kv-runtime [--device DIR] list\n"
     "\n"
     "  install   installs the app in APP_FOLDER (its config.xml names it) and prints its id\n"
     "  run       runs an installed app until it calls runtime.exit(code), throws, is\n"
     "            interrupted or terminated, or SECONDS pass (exit code 124); the\n"
-    "            ARGUMENTs after -- reach the app as the strings of runtime.args\n"
+    "            ARGUMENTs after -- reach the app as the strings of runtime.args. An\n"
+    "            app whose content is an HTML page runs as a page in the web engine,\n"
+    "            in a window the size of the device's screen (kv-page-host)\n"
     "  list      prints the installed apps: app id, package, name\n"
     "\n"
-    "  --device DIR     the device (default: $KV_DEVICE, else the default device)\n"
-    "  --plugins DIR    load every *.so of DIR, in name order\n"
-    "  --plugin FILE    load this plug-in (may be repeated)\n"
+    "  --device DIR        the device (default: $KV_DEVICE, else the default device)\n"
+    "  --plugins DIR       load every *.so of DIR, in name order\n"
+    "  --plugin FILE       load this plug-in (may be repeated)\n"
     "  without --plugins and --plugin, the plug-ins of $KV_PLUGIN_DIR or of the\n"
-    "  build's plugins/ folder are loaded\n";
-
-double parseTimeout(const std::string& text) {
-    char* end = nullptr;
-    const double seconds = std::strtod(text.c_str(), &end);
-    if (text.empty() || *end != '\0' || !std::isfinite(seconds) || seconds <= 0) {
-        throw UsageError("--timeout needs a positive number of seconds, not '" + text + "'");
-    }
-    return seconds;
-}
+    "  build's plugins/ folder are loaded\n"
+    "pages only:\n"
+    "  --inspect           turn on the engine's developer tools and serve its inspector on\n"
+    "                      a loopback port, printed at start\n"
+    "  --screenshot FILE   write a PNG of the screen when the app ends\n"
+    "  --screenshots DIR   write a PNG of the screen every MS milliseconds (--every, default\n"
+    "                      1000) as DIR/<milliseconds since start>.png\n"
+    "  --driver SOCKET     let a test drive the page through this Unix socket\n"
+    "  --position X,Y      put the page's window there on the display\n";
 
 Command commandNamed(const std::string& name) {
     if (name == "install") {
@@ -64,25 +65,23 @@ std::string singleOperand(const std::vector<std::string>& operands, const std::s
     return operands[1];
 }
 
-void readRunOptions(const Arguments& arguments, CommandLine& line) {
-    arguments.allowOnly("run", {"device", "plugins", "plugin", "timeout"});
+void readRun(const Arguments& arguments, CommandLine& line) {
+    std::set<std::string> allowed = runOptionNames();
+    allowed.insert("device");
+    arguments.allowOnly("run", allowed);
     line.appId = singleOperand(arguments.operandsBeforeDashes(), "an app id");
-    line.pluginFolders = arguments.values("plugins");
-    line.pluginFiles = arguments.values("plugin");
-    if (const auto timeout = arguments.value("timeout")) {
-        line.timeoutSeconds = parseTimeout(*timeout);
-    }
+    line.run = readRunOptions(arguments);
     line.appArguments = arguments.operandsAfterDashes();
 }
 
 }  // namespace
 
 const Cli::CommandLine& programCommandLine() {
-    static const Cli::CommandLine commandLine("kv-runtime", kUsage,
-                                              {Cli::kDeviceOption,
-                                               {"plugins", Option::WithValue},
-                                               {"plugin", Option::WithValue},
-                                               {"timeout", Option::WithValue}});
+    static const Cli::CommandLine commandLine("kv-runtime", kUsage, [] {
+        std::vector<Option> options = runOptionList();
+        options.push_back(Cli::kDeviceOption);
+        return options;
+    }());
     return commandLine;
 }
 
@@ -95,7 +94,7 @@ CommandLine parseCommandLine(const Arguments& arguments) {
     line.deviceDir = arguments.value("device");
     line.command = commandNamed(operands[0]);
     if (line.command == Command::Run) {
-        readRunOptions(arguments, line);
+        readRun(arguments, line);
         return line;
     }
     arguments.allowOnly(operands[0], {"device"});

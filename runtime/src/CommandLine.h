@@ -1,11 +1,12 @@
 // The command line of the kv-runtime program:
 //   kv-runtime [--device DIR] install APP_FOLDER
-//   kv-runtime [--device DIR] run APP_ID [--plugins DIR] [--plugin FILE]... [--timeout SECONDS]
-//              [-- ARGUMENT...]
+//   kv-runtime [--device DIR] run APP_ID [RUN OPTIONS] [-- ARGUMENT...]
 //   kv-runtime [--device DIR] list
 //   kv-runtime --help | --version
 #ifndef KV_RUNTIME_COMMAND_LINE_H
 #define KV_RUNTIME_COMMAND_LINE_H
+
+#include <RunOptions.h>
 
 #include <kv-cli/CommandLine.h>
 
@@ -23,9 +24,7 @@ struct CommandLine {
     std::optional<std::string> deviceDir;
     std::string appFolder;  // install
     std::string appId;      // run
-    std::vector<std::string> pluginFolders;
-    std::vector<std::string> pluginFiles;
-    std::optional<double> timeoutSeconds;
+    RunOptions run;                          // run: RunOptions.h
     std::vector<std::string> appArguments;  // run: what follows "--", for the app
 };
 

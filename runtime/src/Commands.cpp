@@ -1,18 +1,24 @@
 #include "Commands.h"
 
 #include <kv-runtime/AppSession.h>
+#include <kv-runtime/PluginLoader.h>
 #include <kv-runtime/WidgetId.h>
 
 #include <kv-device/AppRegistry.h>
+#include <kv-device/Device.h>
 
 #include <Commons/Exception.h>
 #include <Logger.h>
 
 #include <unistd.h>
+#include <cerrno>
+#include <cstring>
 #include <cstdio>
 #include <cstdlib>
 #include <exception>
 #include <filesystem>
+#include <string>
+#include <vector>
 
 namespace Kv {
 namespace Runtime {
@@ -42,21 +48,13 @@ public:
     RunningAppEntry& operator=(const RunningAppEntry&) = delete;
 };
 
-// The plug-ins of a run: those named on the command line; without any,
-// $KV_PLUGIN_DIR, or else the build's plugins/ folder when it exists.
+// The plug-ins of a run: those named on the command line, else the default
+// folders.
 void choosePlugins(const CommandLine& line, AppRunOptions& options) {
-    options.pluginFolders = line.pluginFolders;
-    options.pluginFiles = line.pluginFiles;
-    if (!line.pluginFolders.empty() || !line.pluginFiles.empty()) {
-        return;
-    }
-    const char* fromEnvironment = std::getenv("KV_PLUGIN_DIR");
-    if (fromEnvironment && *fromEnvironment) {
-        options.pluginFolders.push_back(fromEnvironment);
-    } else if (std::filesystem::is_directory(KV_DEFAULT_PLUGIN_DIR)) {
-        options.pluginFolders.push_back(KV_DEFAULT_PLUGIN_DIR);
-    } else {
-        LoggerI("no plug-in folder at " << KV_DEFAULT_PLUGIN_DIR << "; running without plug-ins");
+    options.pluginFolders = line.run.pluginFolders;
+    options.pluginFiles = line.run.pluginFiles;
+    if (options.pluginFolders.empty() && options.pluginFiles.empty()) {
+        options.pluginFolders = PluginLoader::defaultFolders();
     }
 }
 
@@ -65,7 +63,7 @@ AppRunOptions optionsFor(const CommandLine& line, const Device::AppInfo& app) {
     options.scriptPath = app.deviceRoot + "/" + app.startScript;
     options.scriptName = app.startScript;
     options.widgetId = widgetIdFor(app.appId);
-    options.timeoutSeconds = line.timeoutSeconds;
+    options.timeoutSeconds = line.run.timeoutSeconds;
     options.arguments = line.appArguments;
     choosePlugins(line, options);
     return options;
@@ -77,10 +75,43 @@ int runInstalledApp(const CommandLine& line, const Device::AppInfo& app) {
     LoggerI("running " << app.appId << " as widget " << options.widgetId);
     const AppRunResult result = runApp(options);
     if (result.reason == ExitReason::Timeout) {
-        printError(app.appId + " did not end within " + std::to_string(*line.timeoutSeconds) +
+        printError(app.appId + " did not end within " + formatSeconds(*line.run.timeoutSeconds) +
                    " seconds; stopped");
     }
     return result.exitCode;
+}
+
+// The page host's program: $KV_PAGE_HOST, else kv-page-host beside this
+// program.
+std::string pageHostProgram() {
+    const char* fromEnvironment = std::getenv("KV_PAGE_HOST");
+    if (fromEnvironment && *fromEnvironment) {
+        return fromEnvironment;
+    }
+    std::error_code error;
+    const std::filesystem::path self = std::filesystem::read_symlink("/proc/self/exe", error);
+    return (self.parent_path() / "kv-page-host").string();
+}
+
+// An app that is a page runs in the page host, which takes this process's
+// place (and its process id) with the same device, app, options and
+// arguments.
+int runPageHost(const CommandLine& line) {
+    std::vector<std::string> words = {"kv-page-host", "--device", Device::root(), line.appId};
+    const std::vector<std::string> options = runOptionWords(line.run);
+    words.insert(words.end(), options.begin(), options.end());
+    words.emplace_back("--");
+    words.insert(words.end(), line.appArguments.begin(), line.appArguments.end());
+    std::vector<char*> argv;
+    for (std::string& word : words) {
+        argv.push_back(word.data());
+    }
+    argv.push_back(nullptr);
+    const std::string program = pageHostProgram();
+    std::fflush(stdout);
+    execv(program.c_str(), argv.data());
+    printError("cannot start the page host " + program + ": " + std::strerror(errno));
+    return kExitFailure;
 }
 
 }  // namespace
@@ -114,6 +145,17 @@ int runCommand(const CommandLine& line) {
         if (!app) {
             printError("unknown app '" + line.appId + "': it is not installed on this device");
             return kExitUnknownApp;
+        }
+        if (Device::contentIsPage(*app)) {
+            return runPageHost(line);
+        }
+        if (line.run.page.any()) {
+            const std::string hint = programCommandLine().hint(
+                "the options --inspect, --screenshot(s), --driver and --position are for apps "
+                "that are pages; the content of " +
+                app->appId + " is " + app->startScript);
+            std::fprintf(stderr, "%s\n", hint.c_str());
+            return Cli::kUsageExitCode;
         }
         return runInstalledApp(line, *app);
     } catch (const WrtDeviceApis::Commons::PlatformException& error) {

@@ -223,6 +223,19 @@ Document readDocument(const std::string& path) {
 
 }  // namespace
 
+bool contentIsPage(const AppInfo& app) {
+    const std::string& content = app.startScript;
+    const auto dot = content.rfind('.');
+    if (dot == std::string::npos) {
+        return false;
+    }
+    std::string extension = content.substr(dot + 1);
+    for (char& letter : extension) {
+        letter = static_cast<char>(std::tolower(static_cast<unsigned char>(letter)));
+    }
+    return extension == "html" || extension == "htm" || extension == "xhtml";
+}
+
 AppInfo parseAppConfig(const std::string& configXmlPath) {
     Document document = readDocument(configXmlPath);
     AppConfigReader reader(configXmlPath);

@@ -2,11 +2,13 @@
 #include <kv-cli/CommandLine.h>
 #include <kv-device/AppRegistry.h>
 #include <kv-device/Device.h>
+#include <kv-device/Screen.h>
 
 #include <unistd.h>
 #include <cerrno>
 #include <cstring>
 #include <iostream>
+#include <optional>
 #include <stdexcept>
 #include <string>
 #include <vector>
@@ -25,6 +27,9 @@ const char kUsage[] =
     "  run -- CMD [ARGS...] run a command inside the device (its /opt is the device's)\n"
     "  apps                 list the installed apps: app id, package, name\n"
     "  install APP_FOLDER   install the app in APP_FOLDER (it holds config.xml)\n"
+    "  screen [SCREEN]      print the device's screen, or set it: watch (360x360 round),\n"
+    "                       phone (412x892), or WIDTHxHEIGHT, with 'round' after it for a\n"
+    "                       round one\n"
     "options:\n"
     "  --device DIR   the device (default: $KV_DEVICE, else the default device)\n";
 
@@ -56,6 +61,27 @@ int runCommand(const std::vector<std::string>& program) {
     return runInside(program);
 }
 
+// Prints the device's screen, or sets the one the words describe.
+int screenCommand(const std::vector<std::string>& words) {
+    if (words.empty()) {
+        std::cout << Kv::Device::describeScreen(Kv::Device::screen()) << "\n";
+        return 0;
+    }
+    std::string text;
+    for (const std::string& word : words) {
+        text += (text.empty() ? "" : " ") + word;
+    }
+    const std::optional<Kv::Device::Screen> screen = Kv::Device::parseScreen(text);
+    if (!screen) {
+        throw UsageError("'" + text +
+                         "' is no screen: give watch, phone or WIDTHxHEIGHT [round], sides from "
+                         "64 to 4096");
+    }
+    Kv::Device::setScreen(*screen);
+    std::cout << Kv::Device::describeScreen(*screen) << "\n";
+    return 0;
+}
+
 int dispatch(const std::string& command, const std::vector<std::string>& rest) {
     if ((command == "create" || command == "path" || command == "apps") && !rest.empty()) {
         throw UsageError("too many arguments for " + command);
@@ -76,6 +102,9 @@ int dispatch(const std::string& command, const std::vector<std::string>& rest) {
     }
     if (command == "run") {
         return runCommand(rest);
+    }
+    if (command == "screen") {
+        return screenCommand(rest);
     }
     throw UsageError("unknown command '" + command + "'");
 }

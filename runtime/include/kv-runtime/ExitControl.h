@@ -14,6 +14,7 @@ enum class ExitReason {
     Terminate,  // SIGTERM; code 143
     Quit,       // SIGQUIT; code 131
     Timeout,    // the run's time limit passed; code 124
+    Closed,     // the app's window was closed; code 0
 };
 
 // The exit code that goes with a reason other than Script.

@@ -26,6 +26,10 @@ public:
     // WrtDeviceApis::Commons::PlatformException when the folder cannot be read.
     static std::vector<std::string> pluginFilesIn(const std::string& folder);
 
+    // The plug-in folders of a run that names none: $KV_PLUGIN_DIR when set,
+    // else the build's plug-in folder when it exists, else none.
+    static std::vector<std::string> defaultFolders();
+
     // Loads every `*.so` of `folder` in name order. Throws as Plugin::open
     // and pluginFilesIn do; plug-ins loaded before a failure stay loaded.
     void loadFolder(const std::string& folder);

@@ -17,6 +17,7 @@
 #define KV_RUNTIME_SCRIPT_ENVIRONMENT_H
 
 #include <kv-runtime/ExitControl.h>
+#include <kv-runtime/ScriptHost.h>
 
 #include <JavaScriptCore/JavaScript.h>
 
@@ -30,12 +31,12 @@ namespace Runtime {
 class TimeLimit;
 class TimerRegistry;
 
-class ScriptEnvironment {
+class ScriptEnvironment : public ScriptHost {
 public:
     ScriptEnvironment();
     // Cancels the pending timers, releasing their callbacks, then releases the
     // global context. The engine finalises the context's objects here.
-    ~ScriptEnvironment();
+    ~ScriptEnvironment() override;
     ScriptEnvironment(const ScriptEnvironment&) = delete;
     ScriptEnvironment& operator=(const ScriptEnvironment&) = delete;
 
@@ -77,8 +78,10 @@ public:
     // Asks the engine for a garbage collection now.
     void collectGarbage();
 
-    // The value runtime.exit throws to unwind the script.
-    JSObjectRef exitMarker() const { return m_exitMarker; }
+    // ScriptHost: runtime.exit ends the app with the code; the marker it
+    // throws is not reported.
+    void exitRequested(int code) override;
+    JSObjectRef exitMarker() const override { return m_exitMarker; }
 
 private:
     void installGlobals();

@@ -25,6 +25,10 @@ struct AppInfo {
     std::string hostRoot;                                       // hostPath(deviceRoot)
 };
 
+// Whether the app's content is an HTML page (.html, .htm or .xhtml), which
+// runs in the web engine, rather than a script for the script host.
+bool contentIsPage(const AppInfo& app);
+
 // Reads an app description. Throws std::runtime_error with the file, the
 // line and the reason when the file can't be read, is not well-formed XML,
 // or lacks or breaks a required part (the application element's id and

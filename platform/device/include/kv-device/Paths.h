@@ -45,6 +45,8 @@ inline constexpr char kPartialFilesDir[] = "partial";
 // When present, the free storage (in bytes) that the device pretends to have
 // for received files, instead of what its file system has.
 inline constexpr char kStorageFreeFile[] = "storage.free";
+// The device's screen (<kv-device/Screen.h>); a phone's when absent.
+inline constexpr char kScreenFile[] = "screen";
 
 // "/opt/usr/apps/<package>".
 inline std::string packageRoot(const std::string& package) { return kAppsRoot + package; }
