@@ -5,6 +5,9 @@
 #include "JSHostTest.h"
 
 #include <Logger.h>
+#include <JavaScriptCore/JavaScript.h>
+#include <map>
+#include <string>
 #include <wrt_plugin_export.h>
 
 namespace {
@@ -21,9 +24,44 @@ void onWidgetStop(int widgetId) {
     stopAccessControl(widgetId);
 }
 
-void onFrameLoad(JSContextRef) { LoggerI("on_frame_load_callback"); }
+// The document each loaded frame's context belongs to, so that the frame
+// hooks can say which frame they were called for: the address of a page's
+// frame, or nothing for the script host's context.
+std::map<JSGlobalContextRef, std::string>& loadedFrames() {
+    static std::map<JSGlobalContextRef, std::string> frames;
+    return frames;
+}
 
-void onFrameUnload(JSContextRef) { LoggerI("on_frame_unload_callback"); }
+std::string addressOf(JSContextRef context) {
+    JSStringRef script = JSStringCreateWithUTF8CString(
+        "typeof location === 'object' && location ? String(location.href) : ''");
+    JSValueRef value = JSEvaluateScript(context, script, nullptr, nullptr, 1, nullptr);
+    JSStringRelease(script);
+    JSStringRef text = value ? JSValueToStringCopy(context, value, nullptr) : nullptr;
+    if (!text) {
+        return {};
+    }
+    std::string address(JSStringGetMaximumUTF8CStringSize(text), '\0');
+    address.resize(JSStringGetUTF8CString(text, address.data(), address.size()) - 1);
+    JSStringRelease(text);
+    return address;
+}
+
+// "on_frame_load_callback", followed by the frame's address in a page.
+void onFrameLoad(JSContextRef context) {
+    const std::string address = addressOf(context);
+    loadedFrames()[JSContextGetGlobalContext(context)] = address;
+    LoggerI("on_frame_load_callback" << (address.empty() ? "" : " ") << address);
+}
+
+void onFrameUnload(JSContextRef context) {
+    const auto found = loadedFrames().find(JSContextGetGlobalContext(context));
+    const std::string address = found == loadedFrames().end() ? "" : found->second;
+    if (found != loadedFrames().end()) {
+        loadedFrames().erase(found);
+    }
+    LoggerI("on_frame_unload_callback" << (address.empty() ? "" : " ") << address);
+}
 
 const js_entity_definition_t kClassMap[] = {
     {"webapis", "hosttest", "", JSHostTest::getClassRef, nullptr, nullptr},
