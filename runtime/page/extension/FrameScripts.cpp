@@ -107,7 +107,7 @@ void FrameScripts::reportErrorEvent(JSValueRef error, const std::string& message
         return;
     }
     Runtime::ScriptErrorInfo info;
-    if (error && !JSValueIsUndefined(m_context, error)) {
+    if (error && !JSValueIsUndefined(m_context, error) && !JSValueIsNull(m_context, error)) {
         info = Runtime::describeException(m_context, error, file);
     } else {
         info.message = message;

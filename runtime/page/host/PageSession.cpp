@@ -107,7 +107,10 @@ void PageSession::makeView() {
                                                      WEBKIT_HARDWARE_ACCELERATION_POLICY_NEVER);
     webkit_settings_set_enable_page_cache(settings, FALSE);
     webkit_settings_set_javascript_can_open_windows_automatically(settings, FALSE);
-    webkit_settings_set_allow_file_access_from_file_urls(settings, FALSE);
+    // The app's own files are one origin, so that it can read them and see
+    // its own scripts' errors; nothing outside the app's folder is reachable
+    // (LoadConfinement, and the extension's own check).
+    webkit_settings_set_allow_file_access_from_file_urls(settings, TRUE);
     webkit_settings_set_allow_universal_access_from_file_urls(settings, FALSE);
     confineNavigation(m_view, m_appUrl);
     m_window = makePageWindow(m_view, m_settings.screen, m_settings.app.name.empty()

@@ -14,6 +14,7 @@
 #include <kv-runtime/WidgetId.h>
 
 #include <Commons/Exception.h>
+#include <Logger.h>
 
 #include <gtk/gtk.h>
 
@@ -98,9 +99,11 @@ int runPage(const Device::AppInfo& app, const Cli::Arguments& arguments) {
     Page::HostSettings settings = settingsFor(app, arguments);
     prepareEnvironment();
     if (settings.run.page.inspect) {
+        const std::string address = Page::startInspectorServer();
         std::fprintf(stderr, "kv-runtime: the inspector of %s: %s\n", app.appId.c_str(),
-                     Page::startInspectorServer().c_str());
+                     address.c_str());
         std::fflush(stderr);
+        LoggerI("inspector at " << address);
     }
     const auto display = Page::VirtualDisplay::ensure(settings.screen.width, settings.screen.height);
     if (!gtk_init_check(nullptr, nullptr)) {

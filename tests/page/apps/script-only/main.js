@@ -1,0 +1,1 @@
+runtime.exit(0);
