@@ -1,8 +1,10 @@
 #!/usr/bin/env bash
 # Runs the demo: two emulated devices, a watch and a phone, linked through
 # their accessory services; the watch runs the sensor app, the phone the
-# monitor app, and the two find each other, connect, talk on every channel,
+# monitor app, both web pages on their devices' screens, and the two find
+# each other, connect, talk on every channel, stream the watch's readings,
 # pass a file and close. Exits non-zero when anything of that goes wrong.
+# The screens as each app ended are written to WORK_DIR/screens/.
 #   two-devices.sh BUILD_DIR [WORK_DIR]
 # The apps run under tools/pair-run.sh, which prints their transcript and the
 # results; this script adds the report file that the phone sends and checks
@@ -25,11 +27,15 @@ printf 'heart rate 72, steps 4211\n' >"$report"
 
 status=0
 "$EXAMPLES/../tools/pair-run.sh" --build "$BUILD" --work "$WORK" --timeout "$TIMEOUT" \
-    --phone-file "$report" /opt/usr/media/Documents/report.txt \
+    --screenshots "$WORK/screens" --phone-file "$report" /opt/usr/media/Documents/report.txt \
     "$EXAMPLES/watch-sensor" "$EXAMPLES/phone-monitor" || status=$?
 [ "$status" -eq 0 ] || fail "an app failed (see the results above)"
 
 received="$WORK/watch/fs/opt/usr/media/Downloads/report.txt"
 cmp -s "$report" "$received" || fail "the file did not arrive whole at $received"
+for screen in watch phone; do
+    [ -s "$WORK/screens/$screen.png" ] || fail "no picture of the $screen's screen at $WORK/screens/$screen.png"
+done
 echo
 echo "the watch holds the phone's report at /opt/usr/media/Downloads/report.txt: $(cat "$received")"
+echo "the screens as the apps ended: $WORK/screens/watch.png (the watch's readings), $WORK/screens/phone.png (the phone's finished transfer)"

@@ -3,9 +3,12 @@
 #
 #   pair-run.sh [OPTIONS] APP_A APP_B [-- ARGUMENT...]
 #
-# APP_A is installed on a fresh "watch", APP_B on a fresh "phone"; the two
-# devices are paired and their accessory services linked over TLS on
-# loopback. Both apps run at once, each with the ARGUMENTs as runtime.args.
+# APP_A is installed on a fresh "watch" (a round 360x360 screen), APP_B on a
+# fresh "phone" (412x892); the two devices are paired and their accessory
+# services linked over TLS on loopback. Both apps run at once, each with the
+# ARGUMENTs as runtime.args. An app whose content is an HTML page runs as a
+# page, in a window the size of its device's screen: with a display, the two
+# windows stand side by side; without one, each goes to a virtual display.
 # When both have ended, one transcript of their output is printed, in time
 # order (milliseconds since the start, device, app, line), followed by the
 # results: each app's exit code, the files in the devices' media folders with
@@ -19,6 +22,9 @@
 #   --watch-file FILE PATH put a copy of FILE at the device path PATH of the watch before
 #   --phone-file FILE PATH   the apps start (e.g. /opt/usr/media/Documents/report.txt)
 #   --insecure             link the devices over plain TCP instead of TLS
+#   --screenshots DIR      write PNGs of the screens of page apps: DIR/watch.png and
+#                          DIR/phone.png when each app ends
+#   --every MS             and one every MS milliseconds, DIR/watch/<ms>.png, DIR/phone/<ms>.png
 #   --verbose              platform logs go into the transcript instead of log files
 #
 # Exits with 0 when both apps ended with 0, 1 when one did not, 2 on a usage error.
@@ -40,6 +46,8 @@ WORK=""
 TIMEOUT=60
 INSECURE=()
 VERBOSE=0
+SCREENSHOTS=""
+EVERY=""
 WATCH_FILES=()
 PHONE_FILES=()
 APPS=()
@@ -53,6 +61,8 @@ while [ $# -gt 0 ]; do
         --watch-file) [ $# -ge 3 ] || usage; WATCH_FILES+=("$2" "$3"); shift 3 ;;
         --phone-file) [ $# -ge 3 ] || usage; PHONE_FILES+=("$2" "$3"); shift 3 ;;
         --insecure) INSECURE=(--insecure); shift ;;
+        --screenshots) [ $# -ge 2 ] || usage; SCREENSHOTS="$2"; shift 2 ;;
+        --every) [ $# -ge 2 ] && [[ "$2" =~ ^[0-9]+$ ]] || usage; EVERY="$2"; shift 2 ;;
         --verbose) VERBOSE=1; shift ;;
         --) shift; ARGS=("$@"); break ;;
         -*) usage ;;
@@ -60,11 +70,13 @@ while [ $# -gt 0 ]; do
     esac
 done
 [ "${#APPS[@]}" -eq 2 ] || usage
+[ -z "$EVERY" ] || [ -n "$SCREENSHOTS" ] || usage
 
 RUNTIME="$BUILD/runtime/kv-runtime"
 ACCESSORY="$BUILD/accessory/kv-accessory"
+DEVICE_TOOL="$BUILD/platform/device/kv-device"
 PLUGINS="$BUILD/plugins"
-for program in "$RUNTIME" "$ACCESSORY"; do
+for program in "$RUNTIME" "$ACCESSORY" "$DEVICE_TOOL"; do
     [ -x "$program" ] || fail "$program is missing: build first (./kv build)"
 done
 for app in "${APPS[@]}"; do
@@ -99,6 +111,8 @@ put_files() {
 rm -rf "$WATCH" "$PHONE" "$WORK"/*.out "$WORK"/*.log "$WORK"/*.exit
 "$ACCESSORY" create "$WATCH" "$PHONE" >/dev/null || fail "cannot create the devices"
 "$ACCESSORY" pair "$WATCH" "$PHONE" "${INSECURE[@]}" >/dev/null || fail "cannot pair the devices"
+"$DEVICE_TOOL" --device "$WATCH" screen watch >/dev/null
+"$DEVICE_TOOL" --device "$PHONE" screen phone >/dev/null
 watch_app="$("$RUNTIME" --device "$WATCH" install "${APPS[0]}")" || fail "cannot install ${APPS[0]} on the watch"
 phone_app="$("$RUNTIME" --device "$PHONE" install "${APPS[1]}")" || fail "cannot install ${APPS[1]} on the phone"
 put_files "$WATCH" "${WATCH_FILES[@]}"
@@ -116,20 +130,43 @@ stamp() {
     done
 }
 
+# Whether the app folder's content is an HTML page.
+is_page() {
+    grep -Eq '<content[^>]+src="[^"]+\.(html|htm|xhtml)"' "$1/config.xml"
+}
+
+# The options of a page app's run: its screenshots, and its window's place
+# when there is a display to show it on.
+page_options() {
+    local label="$1" x="$2"
+    if [ -n "$SCREENSHOTS" ]; then
+        printf '%s\n' --screenshot "$SCREENSHOTS/$label.png"
+        [ -z "$EVERY" ] || printf '%s\n' --screenshots "$SCREENSHOTS/$label" --every "$EVERY"
+    fi
+    if [ -n "${DISPLAY:-}" ] && [ "${KV_PAGE_DISPLAY:-}" != virtual ]; then
+        printf '%s\n' --position "$x,40"
+    fi
+}
+
 # Runs one app; its stamped output goes to <label>.out, its exit code to
 # <label>.exit.
 run_app() {
-    local label="$1" device="$2" app="$3" status=0
-    local environment=()
+    local label="$1" device="$2" app="$3" folder="$4" x="$5" status=0
+    local environment=() options=()
     [ "$VERBOSE" = 1 ] || environment=(KV_LOG_FILE="$WORK/$label.log")
+    if is_page "$folder"; then
+        mapfile -t options < <(page_options "$label" "$x")
+    fi
     env "${environment[@]}" "$RUNTIME" --device "$device" run "$app" --plugins "$PLUGINS" \
-        --timeout "$TIMEOUT" -- "${ARGS[@]}" 2>&1 | stamp >"$WORK/$label.out" || status=$?
+        --timeout "$TIMEOUT" "${options[@]}" -- "${ARGS[@]}" 2>&1 | stamp >"$WORK/$label.out" ||
+        status=$?
     echo "$status" >"$WORK/$label.exit"
 }
 
-run_app watch "$WATCH" "$watch_app" &
+[ -z "$SCREENSHOTS" ] || { mkdir -p "$SCREENSHOTS" && SCREENSHOTS="$(cd "$SCREENSHOTS" && pwd)"; }
+run_app watch "$WATCH" "$watch_app" "${APPS[0]}" 40 &
 watch_runner=$!
-run_app phone "$PHONE" "$phone_app" &
+run_app phone "$PHONE" "$phone_app" "${APPS[1]}" 440 &
 phone_runner=$!
 wait "$watch_runner" "$phone_runner" || true
 
@@ -166,6 +203,11 @@ if [ -n "$files" ]; then
     echo "  files in the media folders:"
     printf '%s\n' "$files" | sed 's/^/  /'
 fi
+for label in watch phone; do
+    if [ -n "$SCREENSHOTS" ] && [ -f "$SCREENSHOTS/$label.png" ]; then
+        echo "  $label's screen at its end: $SCREENSHOTS/$label.png"
+    fi
+done
 echo "  transcript: $WORK/transcript.txt"
 if [ "$VERBOSE" = 1 ]; then
     echo "  platform logs: in the transcript"

@@ -1,74 +1,212 @@
 // The phone side of the demo: finds the watch's sensor service, connects,
-// says hello on every channel and waits for the echoes, sends a file, then
-// closes the connection.
+// says hello on every channel and shows the echoes, shows the watch's live
+// readings, sends a report file with its progress on a bar, then closes the
+// connection.
+//
+// As it is, the app does all of that by itself and ends. With the argument
+// --manual it waits for a person instead: Connect, Send report, Disconnect
+// and Exit each do one step.
+var manual = runtime.args.indexOf('--manual') >= 0;
+
 var log = function () {
     console.log.apply(console, ['phone:'].concat(Array.prototype.slice.call(arguments)));
 };
+
+// The screen, part by part.
+var screen = {
+    show: function (id, text) {
+        document.getElementById(id).textContent = text;
+    },
+    status: function (text) {
+        this.show('status', text);
+    },
+    banner: function (text, kind) {
+        var banner = document.getElementById('banner');
+        banner.textContent = text || '';
+        banner.className = 'banner ' + (kind || '');
+        banner.hidden = !text;
+    },
+    message: function (text, kind) {
+        var item = document.createElement('li');
+        item.textContent = text;
+        item.className = kind;
+        var list = document.getElementById('messages');
+        list.insertBefore(item, list.firstChild);
+    },
+    progress: function (percent, label) {
+        document.getElementById('progress-fill').style.width = percent + '%';
+        this.show('progress-label', label);
+    },
+    enable: function (id, enabled) {
+        document.getElementById(id).disabled = !enabled;
+    }
+};
+
 var fail = function (what) {
     return function (error) {
-        console.error('phone:', what, error && error.name ? error.name + ' ' + error.message : error);
-        runtime.exit(1);
+        var text = error && error.name ? error.name + ' ' + error.message : String(error);
+        console.error('phone:', what, text);
+        screen.banner(what + ' ' + text, 'error');
+        if (!manual) {
+            runtime.exit(1);
+        }
     };
 };
 
-function sendReport(agent, peer, socket) {
-    var transfer = agent.getKvFileTransfer();
-    transfer.setFileSendListener({
-        onprogress: function (transferId, progress) {},
-        oncomplete: function (transferId, fileUri) {
-            log('file sent:', fileUri);
-            socket.close();
-            log('done');
-            runtime.exit(0);
-        },
-        onerror: fail('file send failed:')
-    });
-    log('sending documents/report.txt');
-    transfer.sendFile(peer, 'documents/report.txt');
+var agent = null;
+var watch = null;
+var socket = null;
+var connecting = false;
+var echoesAwaited = 0;
+var readings = 0;
+var reportSent = false;
+
+function sendReportWhenReady() {
+    if (!manual && socket && echoesAwaited === 0 && readings >= 3 && !reportSent) {
+        sendReport();
+    }
 }
 
-function talk(agent, socket) {
+function showReading(data) {
+    var reading = JSON.parse(data);
+    readings += 1;
+    screen.show('heart-rate', String(reading.heartRate));
+    screen.show('steps', String(reading.steps));
+    screen.show('reading-count', readings + (readings === 1 ? ' reading' : ' readings') +
+                ' from ' + watch.appName);
+    sendReportWhenReady();
+}
+
+function talk(connected) {
+    socket = connected;
+    connecting = false;
     var peer = socket.peerAgent;
     log('connected to', peer.appName, 'on', peer.peerAccessory.deviceName);
-    var waiting = agent.channelIds.length;
+    screen.status('connected to ' + peer.appName + ' on ' + peer.peerAccessory.deviceName);
+    screen.banner('');
+    screen.enable('connect', false);
+    screen.enable('disconnect', true);
+    screen.enable('send', manual);
+    echoesAwaited = agent.channelIds.length;
     socket.setDataReceiveListener(function (channelId, data) {
-        log('channel', channelId, 'answered', JSON.stringify(data));
-        if (--waiting === 0) {
-            sendReport(agent, peer, socket);
+        if (data.indexOf('echo ') !== 0) {
+            showReading(data);
+            return;
         }
+        log('channel', channelId, 'answered', JSON.stringify(data));
+        screen.message('channel ' + channelId + ': ' + data, 'got');
+        echoesAwaited -= 1;
+        sendReportWhenReady();
+    });
+    socket.setSocketStatusListener(function (reason) {
+        log('connection ended:', reason);
+        disconnected('the watch ended the connection (' + reason + ')');
     });
     agent.channelIds.forEach(function (channelId) {
-        socket.sendData(channelId, 'hello on channel ' + channelId);
+        var hello = 'hello on channel ' + channelId;
+        socket.sendData(channelId, hello);
+        screen.message('channel ' + channelId + ': ' + hello, 'sent');
     });
 }
 
-webapis.kv.requestKvAgent(function (agents) {
-    var agent = agents[0];
-    log('agent', agent.name, 'as', agent.role);
-    var connecting = false;
-    var connect = function (watch) {
-        if (!connecting) {
-            connecting = true;
-            log('found', watch.appName, 'on', watch.peerAccessory.deviceName);
-            agent.requestServiceConnection(watch);
-        }
-    };
-    agent.setServiceConnectionListener({
-        onconnect: function (socket) {
-            talk(agent, socket);
+function disconnected(why) {
+    socket = null;
+    screen.status(why);
+    screen.enable('disconnect', false);
+    screen.enable('send', false);
+    screen.enable('connect', manual && watch !== null);
+}
+
+function connect() {
+    if (watch && !connecting && !socket) {
+        connecting = true;
+        screen.enable('connect', false);
+        screen.status('connecting to ' + watch.appName);
+        agent.requestServiceConnection(watch);
+    }
+}
+
+function found(peer) {
+    if (watch) {
+        return;
+    }
+    watch = peer;
+    log('found', peer.appName, 'on', peer.peerAccessory.deviceName);
+    screen.status('found ' + peer.appName + ' on ' + peer.peerAccessory.deviceName);
+    screen.banner('');
+    screen.enable('connect', true);
+    if (!manual) {
+        connect();
+    }
+}
+
+function sendReport() {
+    reportSent = true;
+    screen.enable('send', false);
+    log('sending documents/report.txt');
+    screen.progress(0, 'sending report.txt');
+    agent.getKvFileTransfer().sendFile(watch, 'documents/report.txt');
+}
+
+function watchFileSending() {
+    agent.getKvFileTransfer().setFileSendListener({
+        onprogress: function (transferId, progress) {
+            screen.progress(progress, 'sending report.txt: ' + progress + '%');
         },
-        onerror: fail('connection failed:')
+        oncomplete: function (transferId, fileUri) {
+            log('file sent:', fileUri);
+            screen.progress(100, 'report.txt sent');
+            if (!manual) {
+                socket.close();
+                disconnected('done: report sent, connection closed');
+                log('done');
+                runtime.exit(0);
+            }
+        },
+        onerror: function (transferId, error) {
+            reportSent = false;
+            screen.progress(0, 'not sent');
+            fail('file send failed:')(error);
+            screen.enable('send', socket !== null);
+        }
+    });
+}
+
+document.getElementById('connect').addEventListener('click', connect);
+document.getElementById('send').addEventListener('click', sendReport);
+document.getElementById('disconnect').addEventListener('click', function () {
+    socket.close();
+    log('disconnected');
+    disconnected('disconnected');
+});
+document.getElementById('exit').addEventListener('click', function () {
+    log('done');
+    runtime.exit(0);
+});
+
+webapis.kv.requestKvAgent(function (agents) {
+    agent = agents[0];
+    log('agent', agent.name, 'as', agent.role);
+    watchFileSending();
+    agent.setServiceConnectionListener({
+        onconnect: talk,
+        onerror: function (error) {
+            connecting = false;
+            screen.enable('connect', watch !== null);
+            fail('connection failed:')(error);
+        }
     });
     agent.setPeerAgentFindListener({
-        onpeeragentfound: connect,
+        onpeeragentfound: found,
         // A watch that starts after the phone is heard of when it registers.
         onpeeragentupdated: function (peer, status) {
             if (status === 'AVAILABLE') {
-                connect(peer);
+                found(peer);
             }
         },
         onerror: function (code) {
             log('no watch yet (' + code + '), waiting for it');
+            screen.banner('no watch yet (' + code + '), waiting for it', 'info');
         }
     });
     agent.findPeerAgents();
