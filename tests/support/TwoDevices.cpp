@@ -49,6 +49,7 @@ bool linked(const std::string& device) {
     ::dup2(errFd, STDERR_FILENO);
     ::setenv("KV_LOG_FILE", log.c_str(), 1);
     ::setenv("ECORE_NO_SYSTEM_MODULES", "1", 1);
+    ::setenv("KV_PAGE_DISPLAY", "virtual", 1);
     std::vector<char*> argv;
     for (const std::string& argument : command) {
         argv.push_back(const_cast<char*>(argument.c_str()));
@@ -90,6 +91,14 @@ DevicePair::DevicePair(const std::string& work, bool insecure, const std::string
 }
 
 void DevicePair::tool(const std::vector<std::string>& arguments) const { accessoryTool(arguments); }
+
+void DevicePair::setScreen(const std::string& device, const std::string& screen) const {
+    const KvTest::ProcessResult result =
+        KvTest::runProcess({KV_DEVICE_TOOL, "--device", device, "screen", screen});
+    if (result.exitCode != 0) {
+        throw std::runtime_error("kv-device screen failed: " + result.err);
+    }
+}
 
 std::string DevicePair::fingerprint(const std::string& device) const {
     const KvTest::ProcessResult result =
@@ -139,11 +148,13 @@ bool DevicePair::waitLinked(milliseconds timeout) const {
 }
 
 AppRun::AppRun(const std::string& device, const std::string& appId, const std::string& label,
-               const std::string& work, const std::vector<std::string>& arguments, seconds timeout)
+               const std::string& work, const std::vector<std::string>& arguments, seconds timeout,
+               const std::vector<std::string>& runOptions)
     : m_label(label), m_out(work + "/" + label + ".out"), m_err(work + "/" + label + ".err") {
     std::vector<std::string> command{KV_RUNTIME_PATH, "--device",  device,
                                      "run",           appId,       "--plugins",
                                      KV_PLUGIN_DIR,   "--timeout", std::to_string(timeout.count())};
+    command.insert(command.end(), runOptions.begin(), runOptions.end());
     if (!arguments.empty()) {
         command.push_back("--");
         command.insert(command.end(), arguments.begin(), arguments.end());

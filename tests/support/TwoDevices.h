@@ -46,6 +46,8 @@ public:
     // Runs kv-accessory with `arguments` (a fault, a storage limit); throws
     // with its error output when it fails.
     void tool(const std::vector<std::string>& arguments) const;
+    // Gives `device` a screen (kv-device screen WORDS...: "watch", "phone").
+    void setScreen(const std::string& device, const std::string& screen) const;
     // Waits until both daemons report the link up; false after `timeout`.
     bool waitLinked(milliseconds timeout = seconds(10)) const;
     // The fingerprint of the device's certificate.
@@ -59,12 +61,14 @@ private:
 
 // One run of an installed app under kv-runtime, its standard output and
 // error going to files in the work folder (so that a long run never blocks
-// on a full pipe), its platform log to <work>/<label>.log.
+// on a full pipe), its platform log to <work>/<label>.log. `runOptions` go
+// to kv-runtime run (a page's --driver, say); a page app gets a virtual
+// display of its own.
 class AppRun {
 public:
     AppRun(const std::string& device, const std::string& appId, const std::string& label,
            const std::string& work, const std::vector<std::string>& arguments = {},
-           seconds timeout = seconds(120));
+           seconds timeout = seconds(120), const std::vector<std::string>& runOptions = {});
     // Kills the app if it still runs.
     ~AppRun();
     AppRun(const AppRun&) = delete;
