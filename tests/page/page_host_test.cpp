@@ -184,6 +184,22 @@ TEST_F(PageHost, StopsTheAppWhenItsTimeIsUp) {
     EXPECT_EQ(hooks.back().rfind("on_widget_stop_callback", 0), 0u);
 }
 
+TEST_F(PageHost, StopsAPageWhoseScriptNeverReturns) {
+    const std::string app = device.install("runaway");
+    auto page = device.start(app, with(PageDevice::hostTestPlugin(),
+                                       {"--timeout", "2", "--driver", device.driverSocket()}));
+    ASSERT_TRUE(page->waitForOutput("runaway: looping", seconds(20)));
+    const std::string pid = PageDriver(device.driverSocket()).value("pid");
+    const ProcessResult result = page->finish(seconds(30));
+    EXPECT_EQ(result.exitCode, 124);
+    EXPECT_NE(result.err.find("runaway01.Runaway did not end within 2 seconds; stopped"),
+              std::string::npos)
+        << result.err;
+    EXPECT_FALSE(std::filesystem::exists("/proc/" + pid + "/status") &&
+                 readFile("/proc/" + pid + "/status").find("State:\tZ") == std::string::npos)
+        << "the page's process " << pid << " still runs";
+}
+
 class PageHostSignal : public PageHost, public ::testing::WithParamInterface<std::pair<int, int>> {};
 
 TEST_P(PageHostSignal, StopsTheAppAsTheScriptHostDoes) {

@@ -8,9 +8,11 @@
 
 #include <PageProtocol.h>
 #include <kv-device/Paths.h>
+#include <kv-device/Process.h>
 
 #include <Logger.h>
 
+#include <csignal>
 #include <cstdio>
 #include <exception>
 
@@ -24,6 +26,8 @@ namespace {
 // How long the page's process may take to end the app once asked, before
 // the host closes the page all the same.
 constexpr guint kStopGraceMs = 5000;
+// How long the page's process may take to end once the page is closed.
+constexpr gint64 kPageExitGraceMs = 2000;
 
 void say(const std::string& text) {
     std::fprintf(stderr, "kv-runtime: %s\n", text.c_str());
@@ -80,11 +84,30 @@ int PageSession::run() {
         say(m_settings.app.appId + " did not end within " +
             Runtime::formatSeconds(*m_settings.run.timeoutSeconds) + " seconds; stopped");
     }
-    if (m_pagePid > 0) {
-        Device::unregisterRunningApp(m_pagePid);  // gone with a crash, or never removed
-    }
+    closePage();
     LoggerI("app ended with exit code " << m_code);
     return m_code;
+}
+
+// The page goes with its window; its process ends when it sees the host go.
+// One that is stuck in a script of the page never looks, and is killed.
+void PageSession::closePage() {
+    m_driver.reset();
+    gtk_widget_destroy(m_window);
+    m_window = nullptr;
+    if (m_pagePid <= 0) {
+        return;
+    }
+    const gint64 deadline = g_get_monotonic_time() + kPageExitGraceMs * 1000;
+    while (Device::processRunning(m_pagePid) && g_get_monotonic_time() < deadline) {
+        g_main_context_iteration(nullptr, FALSE);
+        g_usleep(10000);
+    }
+    if (Device::processRunning(m_pagePid)) {
+        LoggerW("the page's process " << m_pagePid << " did not end; killed");
+        kill(m_pagePid, SIGKILL);
+    }
+    Device::unregisterRunningApp(m_pagePid);  // gone with a crash, or never removed
 }
 
 void PageSession::makeView() {

@@ -70,6 +70,7 @@ private:
     void crashed(const std::string& why);
     void finish();
     void quit();
+    void closePage();
     void captureEvery();
 
     static gboolean onMessage(WebKitWebView* view, WebKitUserMessage* message, gpointer data);
