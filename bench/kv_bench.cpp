@@ -10,6 +10,8 @@
 // with small sizes that judges nothing); the table shows the median, the
 // minimum and the maximum, the baseline's median and the ratio. The same
 // goes to FILE as JSON.
+#include "ProcessFootprint.h"
+
 #include <ChildProcess.h>
 #include <TwoDevices.h>
 #include <kv-accessory/LinkProfiles.h>
@@ -17,6 +19,7 @@
 #include <unistd.h>
 
 #include <algorithm>
+#include <chrono>
 #include <cstdio>
 #include <exception>
 #include <filesystem>
@@ -188,11 +191,26 @@ void measureBaselines(const Settings& settings, Figures& figures) {
 
 // ---- Scenarios ---------------------------------------------------------
 
-// The bench app `name` with a profile of `agents` agents, ready to install.
+// Makes the script app in `folder` a page that loads its script.
+void makePage(const std::string& folder) {
+    std::ifstream in(folder + "/config.xml");
+    std::string config((std::istreambuf_iterator<char>(in)), std::istreambuf_iterator<char>());
+    config = std::regex_replace(config, std::regex("<content src=\"main\\.js\"/>"),
+                                "<content src=\"index.html\"/>");
+    std::ofstream(folder + "/config.xml") << config;
+    std::ofstream(folder + "/index.html")
+        << "<!DOCTYPE html>\n<html><body><script src=\"main.js\"></script></body></html>\n";
+}
+
+// The bench app `name` with a profile of `agents` agents, ready to install;
+// a page that loads its script when `page`.
 std::string benchApp(const std::string& work, const std::string& name, const std::string& role,
-                     int agents) {
+                     int agents, bool page = false) {
     const std::string folder = work + "/" + name;
     fs::copy(std::string(KV_BENCH_APPS) + "/" + name, folder, fs::copy_options::recursive);
+    if (page) {
+        makePage(folder);
+    }
     fs::create_directories(folder + "/res/xml");
     std::ofstream profile(folder + "/res/xml/accessoryservices.xml");
     profile << "<?xml version=\"1.0\"?>\n<resources><application name=\"bench\">\n";
@@ -243,9 +261,16 @@ std::size_t daemonMemory(const std::string& device, const std::string& field) {
     return 0;
 }
 
+double epochMilliseconds() {
+    using namespace std::chrono;
+    return duration<double, std::milli>(system_clock::now().time_since_epoch()).count();
+}
+
 // What a scenario may do besides running the phone app.
 struct Hooks {
     std::string linkProfile;                                 // the pair's link; unshaped if empty
+    bool pages = false;                                      // both apps as pages
+    double* launchedAt = nullptr;                            // when the phone app was started
     std::function<void(const DevicePair&)> prepare;          // before the apps start
     std::function<void(const DevicePair&, AppRun&)> during;  // while the phone runs
     std::function<void(const DevicePair&)> after;            // once the phone is done
@@ -259,9 +284,11 @@ std::string scenarioRun(const Settings& settings, int servedAgents,
     DevicePair devices(scratch.path(), false, hooks.linkProfile);
     const int profiles = std::max(servedAgents, settings.agents);
     const std::string watchApp = devices.install(
-        devices.watch(), benchApp(scratch.path(), "bench-watch", "provider", profiles));
+        devices.watch(),
+        benchApp(scratch.path(), "bench-watch", "provider", profiles, hooks.pages));
     const std::string phoneApp = devices.install(
-        devices.phone(), benchApp(scratch.path(), "bench-phone", "consumer", profiles));
+        devices.phone(),
+        benchApp(scratch.path(), "bench-phone", "consumer", profiles, hooks.pages));
     if (hooks.prepare) {
         hooks.prepare(devices);
     }
@@ -271,6 +298,9 @@ std::string scenarioRun(const Settings& settings, int servedAgents,
         throw std::runtime_error("the bench watch did not start:\n" + watch.output());
     }
     waitForAgents(devices.watch(), std::max(servedAgents, 1));
+    if (hooks.launchedAt) {
+        *hooks.launchedAt = epochMilliseconds();
+    }
     AppRun phone(devices.phone(), phoneApp, "phone", scratch.path(), arguments, seconds(900));
     if (hooks.during) {
         hooks.during(devices, phone);
@@ -372,6 +402,106 @@ void measureLinkProfiles(const Settings& settings, Figures& figures) {
     }
 }
 
+// ---- Pages -------------------------------------------------------------
+
+// From the app's launch to `webapis.kv` handing it its agents, in
+// milliseconds: the phone app says when (the wall clock's Date.now()).
+void measureStartToReady(const Settings& settings, Figures& figures, bool pages) {
+    double launched = 0;
+    Hooks hooks;
+    hooks.pages = pages;
+    hooks.launchedAt = &launched;
+    const std::string output = scenarioRun(settings, 1, {"ready"}, hooks);
+    std::smatch match;
+    if (std::regex_search(output, match, std::regex(R"(result kv-ready-at ([0-9.]+) ms)"))) {
+        record(figures, pages ? "page-start-to-kv-ready" : "start-to-kv-ready", "ms",
+               std::stod(match[1].str()) - launched);
+    }
+}
+
+// The memory of a page app's processes: the host, the engine's web and
+// network processes; the virtual display the host started apart.
+void recordPageMemory(pid_t host, const std::string& prefix, Figures& figures) {
+    double pss = 0;
+    double rss = 0;
+    for (const pid_t pid : KvBench::processTree(host)) {
+        const KvBench::ProcessMemory memory = KvBench::memoryOf(pid);
+        if (memory.name == "Xvfb") {
+            record(figures, "page-virtual-display-pss", "MiB", memory.pssMiB);
+            continue;
+        }
+        pss += memory.pssMiB;
+        rss += memory.rssMiB;
+    }
+    record(figures, prefix + "-pss", "MiB", pss);
+    record(figures, prefix + "-rss", "MiB", rss);
+}
+
+// How often an idle page app's processes wake up, per second, all of them
+// and the main thread of the web process (where ecore runs in GLib's loop).
+void recordIdleWakeUps(pid_t host, double seconds, Figures& figures) {
+    std::vector<pid_t> processes;
+    pid_t web = 0;
+    for (const pid_t pid : KvBench::processTree(host)) {
+        const std::string name = KvBench::memoryOf(pid).name;
+        if (name != "Xvfb") {
+            processes.push_back(pid);
+        }
+        web = name == "WebKitWebProces" ? pid : web;
+    }
+    const std::uint64_t allBefore = KvBench::wakeUps(processes);
+    const std::uint64_t webBefore = KvBench::mainThreadWakeUps(web);
+    std::this_thread::sleep_for(std::chrono::duration<double>(seconds));
+    record(figures, "page-idle-wakeups", "1/s",
+           static_cast<double>(KvBench::wakeUps(processes) - allBefore) / seconds);
+    record(figures, "page-idle-wakeups-web-main", "1/s",
+           static_cast<double>(KvBench::mainThreadWakeUps(web) - webBefore) / seconds);
+}
+
+// The demo's watch app as a page, waiting for the phone (its memory), and
+// an idle page app (its wake-ups).
+void measurePageFootprint(const Settings& settings, Figures& figures) {
+    Scratch scratch;
+    DevicePair devices(scratch.path());
+    devices.setScreen(devices.watch(), "watch");
+    const std::string demoWatch =
+        devices.install(devices.watch(), std::string(KV_EXAMPLES) + "/watch-sensor");
+    const std::string idleWatch = devices.install(
+        devices.watch(), benchApp(scratch.path(), "bench-watch", "provider", 1, true));
+    const std::chrono::duration<double> settle(settings.quick ? 0.5 : 2.0);
+    {
+        AppRun watch(devices.watch(), demoWatch, "demo-watch", scratch.path());
+        if (!watch.waitForOutput("watch: waiting for the phone", seconds(60))) {
+            throw std::runtime_error("the demo's watch did not start:\n" + watch.output());
+        }
+        std::this_thread::sleep_for(settle);
+        recordPageMemory(watch.pid(), "page-demo-watch", figures);
+    }
+    AppRun idle(devices.watch(), idleWatch, "idle-watch", scratch.path(), {"1"});
+    if (!idle.waitForOutput("watch: ready", seconds(60))) {
+        throw std::runtime_error("the idle page did not start:\n" + idle.output());
+    }
+    std::this_thread::sleep_for(settle);
+    recordIdleWakeUps(idle.pid(), settings.quick ? 2.0 : 10.0, figures);
+}
+
+// Two pages beside two script apps: the throughput of 1 MiB messages, the
+// round trip, the start, and a page's memory and wake-ups.
+void measurePages(const Settings& settings, Figures& figures) {
+    Hooks pages;
+    pages.pages = true;
+    collect(scenarioRun(settings, 1,
+                        {"throughput", std::to_string(settings.messageSize),
+                         std::to_string(settings.messages), "ascii", "plain"},
+                        pages),
+            "page-sendData-ascii-plain-", figures);
+    collect(scenarioRun(settings, 1, {"roundtrip", std::to_string(settings.pings)}, pages),
+            "page-", figures);
+    measureStartToReady(settings, figures, false);
+    measureStartToReady(settings, figures, true);
+    measurePageFootprint(settings, figures);
+}
+
 void measureScenarios(const Settings& settings, Figures& figures) {
     const std::string size = std::to_string(settings.messageSize);
     const std::string count = std::to_string(settings.messages);
@@ -405,6 +535,9 @@ void measureScenarios(const Settings& settings, Figures& figures) {
     }
     if (settings.wants("links")) {
         measureLinkProfiles(settings, figures);
+    }
+    if (settings.wants("pages")) {
+        measurePages(settings, figures);
     }
     if (settings.wants("discovery")) {
         collect(
@@ -457,6 +590,15 @@ const std::vector<Comparison>& comparisons() {
             {"startup-agents-ready", "", false},
             {"startup-first-peer", "", false},
             {"discovery", "", false},
+            {"page-sendData-ascii-plain-throughput", "sendData-ascii-plain-throughput", true},
+            {"page-roundtrip-median", "roundtrip-median", false},
+            {"page-roundtrip-p99", "roundtrip-p99", false},
+            {"page-start-to-kv-ready", "start-to-kv-ready", false},
+            {"page-demo-watch-pss", "", false},
+            {"page-demo-watch-rss", "", false},
+            {"page-virtual-display-pss", "", false},
+            {"page-idle-wakeups", "", false},
+            {"page-idle-wakeups-web-main", "", false},
         };
         const std::vector<Comparison> links = linkComparisons();
         rows.insert(rows.end(), links.begin(), links.end());
@@ -540,7 +682,7 @@ Settings parseSettings(int argc, char** argv) {
             std::fprintf(stderr,
                          "usage: kv-bench [--quick] [--runs N] [--output FILE] [--only SCENARIO]\n"
                          "scenarios: throughput roundtrip rate file connections cycles startup "
-                         "links discovery\n");
+                         "links pages discovery\n");
             std::exit(2);
         }
     }

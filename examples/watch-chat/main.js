@@ -5,6 +5,12 @@
 // connection is closed; a connection that ends before that is a loss, and the
 // watch waits for the phone to come back.
 //
+// Its page (index.html) is a round watch face: the state of the chat and of
+// the link at the top, the last lines in the middle (the phone's on the left,
+// the answers on the right; a secret line shows only its length), and a
+// banner when something went wrong. The watch needs nobody: it answers by
+// itself.
+//
 // Run it with its partner: ./kv pair-run examples/watch-chat examples/phone-chat
 //
 // Both apps get the same arguments (those after "--"). The watch reads two:
@@ -14,8 +20,45 @@
 var MESSAGES = 110;
 var RECEIPTS = 111;
 
+// How many entries the face shows; older ones are removed.
+var SHOWN = 7;
+
 var log = function () {
     console.log.apply(console, ['watch:'].concat(Array.prototype.slice.call(arguments)));
+};
+
+// The screen, part by part: the chat's state, the link, the lines and the
+// banner.
+var screen = {
+    state: function (text, kind) {
+        var state = document.getElementById('state');
+        state.textContent = text;
+        state.className = 'state ' + kind;
+    },
+    link: function (text, kind) {
+        var link = document.getElementById('link');
+        link.textContent = text;
+        link.className = 'link ' + kind;
+    },
+    // Adds an entry: 'in' for a line of the phone, 'out' for an answer,
+    // 'note' for something that happened to the chat.
+    add: function (text, kind) {
+        var list = document.getElementById('chat-lines');
+        var item = document.createElement('li');
+        item.textContent = text;
+        item.className = kind;
+        list.appendChild(item);
+        while (list.children.length > SHOWN) {
+            list.removeChild(list.firstChild);
+        }
+    },
+    // An empty text hides the banner; kind 'info' is a notice, not an error.
+    banner: function (text, kind) {
+        var banner = document.getElementById('banner');
+        banner.textContent = text || '';
+        banner.className = 'banner ' + (kind || '');
+        banner.hidden = !text;
+    }
 };
 
 // The options of runtime.args; the arguments that are no options are the
@@ -58,29 +101,61 @@ function answerTo(text) {
     return 'you said "' + text + '"';
 }
 
+// Shows a line of the phone on the face. A secret stays off the screen, for
+// anybody could read it there: only its length is shown.
+function showLine(line) {
+    if (line.text.indexOf('secret:') === 0) {
+        screen.add(line.n + ': a secret of ' + (line.text.length - 7) + ' characters', 'in secret');
+    } else {
+        screen.add(line.n + ': ' + line.text, 'in');
+    }
+}
+
 // Answers one line: the receipt goes on the low-priority channel, the answer
 // on the high-priority one. Both may throw (IOError when the connection went
 // meanwhile), and a closed connection is no reason to end the app.
 function answer(socket, line) {
+    var text = answerTo(line.text);
     try {
         socket.sendData(RECEIPTS, 'read|' + line.n);
-        socket.sendData(MESSAGES, line.n + '|' + answerTo(line.text));
+        socket.sendData(MESSAGES, line.n + '|' + text);
     } catch (error) {
         log('cannot answer line', line.n + ':', error.name, error.message);
+        screen.banner('cannot answer line ' + line.n + ': ' + error.name, 'error');
         return;
     }
     answers++;
+    screen.add(text, 'out');
+    screen.link('link up, ' + answers + (answers === 1 ? ' answer' : ' answers'), 'up');
     finished = finished || line.text === 'bye';
     if (options.dropAfter > 0 && answers === options.dropAfter && !dropped) {
         dropped = true;
         log('closing the connection after', answers, 'answer(s), as --drop-after asks');
+        screen.banner('closed the chat after ' + answers + ' (--drop-after)', 'info');
         socket.close();
+    }
+}
+
+// The end of a connection, on the screen: "bye" makes it the end of the
+// chat; anything else is a loss, after which the watch waits.
+function showEnd(reason) {
+    screen.add('chat ended: ' + reason, 'note');
+    if (finished) {
+        screen.state('chat over: bye!', 'done');
+    } else if (reason === 'DEVICE_DETACHED') {
+        screen.state('phone gone, waiting', 'ended');
+        screen.banner('lost the link to the phone', 'error');
+    } else {
+        screen.state('phone left, waiting', 'ended');
     }
 }
 
 function talk(socket) {
     chat = socket;
     log('chatting with', socket.peerAgent.appName, '(peer id ' + socket.peerAgent.peerId + ')');
+    screen.state('chatting with ' + socket.peerAgent.appName, 'connected');
+    screen.link('link up, ' + answers + (answers === 1 ? ' answer' : ' answers'), 'up');
+    screen.add('connected to ' + socket.peerAgent.appName, 'note');
     // Set the data listener in onconnect: data that arrives before a data
     // listener is set is dropped.
     socket.setDataReceiveListener(function (channelId, data) {
@@ -91,6 +166,7 @@ function talk(socket) {
         // Plain and secure data arrive alike; only the sender chooses.
         var line = parseLine(data);
         log('line', line.n + ':', line.text);
+        showLine(line);
         answer(this, line);
     });
     socket.setSocketStatusListener(function (reason) {
@@ -98,6 +174,7 @@ function talk(socket) {
         // --drop-after); DEVICE_DETACHED: the link went.
         log('chat ended:', reason);
         chat = null;
+        showEnd(reason);
         if (finished) {
             log('done');
             runtime.exit(0);
@@ -106,10 +183,35 @@ function talk(socket) {
     });
 }
 
+// Answers a connection request, inside onrequest as it must be: a refusal
+// for --reject-first or while a chat is open, an acceptance otherwise.
+function answerRequest(agent, peer) {
+    if (options.rejectFirst && !rejected) {
+        rejected = true;
+        log('busy: rejecting the first request of', peer.appName);
+        agent.rejectServiceConnectionRequest(peer);
+        screen.add('refused ' + peer.appName + ' (busy)', 'note');
+        screen.banner('busy: refused ' + peer.appName, 'info');
+    } else if (chat !== null && chat.isConnected()) {
+        log('in a chat already: rejecting', peer.appName);
+        agent.rejectServiceConnectionRequest(peer);
+        screen.add('refused ' + peer.appName + ' (in a chat)', 'note');
+    } else {
+        log('accepting', peer.appName);
+        agent.acceptServiceConnectionRequest(peer);
+        screen.banner('');
+    }
+}
+
 // The device status: the link to the phone came or went. The agent
 // registers again by itself when it comes back.
-webapis.kv.setDeviceStatusListener(function (transportType, status) {
-    log('device', status);
+webapis.kv.setDeviceStatusListener(function (transportType, deviceStatus) {
+    log('device', deviceStatus);
+    if (deviceStatus === 'ATTACHED') {
+        screen.link('link back (ATTACHED)', 'up');
+    } else {
+        screen.link('link gone (DETACHED)', 'down');
+    }
 });
 
 webapis.kv.requestKvAgent(function (agents) {
@@ -119,26 +221,20 @@ webapis.kv.requestKvAgent(function (agents) {
     agent.setServiceConnectionListener({
         // Answer a request inside onrequest: accept or reject it here.
         onrequest: function (peer) {
-            if (options.rejectFirst && !rejected) {
-                rejected = true;
-                log('busy: rejecting the first request of', peer.appName);
-                agent.rejectServiceConnectionRequest(peer);
-            } else if (chat !== null && chat.isConnected()) {
-                log('in a chat already: rejecting', peer.appName);
-                agent.rejectServiceConnectionRequest(peer);
-            } else {
-                log('accepting', peer.appName);
-                agent.acceptServiceConnectionRequest(peer);
-            }
+            answerRequest(agent, peer);
         },
         onconnect: talk,
         // An accepted request that could not be completed.
         onerror: function (code) {
             log('connection failed:', code);
+            screen.banner('connection failed: ' + code, 'error');
         }
     });
     log('waiting for the phone');
+    screen.state('waiting for the phone', 'waiting');
 }, function (error) {
     console.error('watch: no agent:', error.name, error.message);
+    screen.state('no chat service', 'ended');
+    screen.banner('no agent: ' + error.name, 'error');
     runtime.exit(1);
 });
