@@ -1,20 +1,24 @@
 #!/usr/bin/env bash
 # Writes a new app folder to start from.
 #
-#   new-app.sh NAME --provider|--consumer [--profile ID] [DIR]
+#   new-app.sh NAME --provider|--consumer [--page] [--profile ID] [DIR]
 #
 # NAME: letters, digits, "-" and "_", starting with a letter (e.g. my-watch).
 # --provider: the app offers the service: it accepts every connection and
 #   echoes what it receives. --consumer: the app uses it: it finds the
 #   provider, connects, sends its arguments (or "hello") and waits for the
 #   echoes.
+# --page: the app is a web page (index.html, style.css, main.js) shown on its
+#   device's screen, rather than a script for the script host; it does the
+#   same and shows what it does.
 # --profile ID: the service-profile id that a provider and its consumers
 #   share (default /kv/hello).
 # DIR: the folder to write (default ./NAME); it must not exist or be empty.
 #
 # The folder holds config.xml (with the accessory privilege and the
 # AccessoryServicesLocation metadata), res/xml/accessoryservices.xml and a
-# commented main.js. Run a pair with: ./kv pair-run PROVIDER_DIR CONSUMER_DIR
+# commented main.js (with --page also index.html and style.css). Run a pair
+# with: ./kv pair-run PROVIDER_DIR CONSUMER_DIR
 set -euo pipefail
 
 usage() {
@@ -28,12 +32,14 @@ fail() {
 
 NAME=""
 ROLE=""
+PAGE=0
 PROFILE="/kv/hello"
 DIR=""
 while [ $# -gt 0 ]; do
     case "$1" in
         --provider) ROLE=provider; shift ;;
         --consumer) ROLE=consumer; shift ;;
+        --page) PAGE=1; shift ;;
         --profile) [ $# -ge 2 ] || usage; PROFILE="$2"; shift 2 ;;
         -*) usage ;;
         *)
@@ -59,6 +65,8 @@ TITLE="$(printf '%s' "$NAME" | sed -E 's/(^|[-_])([a-z])/\U\2/g; s/[-_]//g')"
 APP_ID="$PACKAGE.$TITLE"
 
 mkdir -p "$DIR/res/xml"
+CONTENT=main.js
+[ "$PAGE" = 0 ] || CONTENT=index.html
 
 cat >"$DIR/config.xml" <<EOF
 <?xml version="1.0" encoding="UTF-8"?>
@@ -71,7 +79,8 @@ cat >"$DIR/config.xml" <<EOF
   <privilege name="http://kv-project.org/privilege/accessory"/>
   <!-- Where the app declares its accessory services (docs/service-profile.md). -->
   <metadata key="AccessoryServicesLocation" value="res/xml/accessoryservices.xml"/>
-  <content src="main.js"/>
+  <!-- What runs: a script for the script host, or an HTML page. -->
+  <content src="$CONTENT"/>
 </widget>
 EOF
 
@@ -90,7 +99,9 @@ cat >"$DIR/res/xml/accessoryservices.xml" <<EOF
 </resources>
 EOF
 
-if [ "$ROLE" = provider ]; then
+if [ "$PAGE" = 1 ]; then
+    "$(dirname "${BASH_SOURCE[0]}")/new-page.sh" "$DIR" "$ROLE" "$TITLE"
+elif [ "$ROLE" = provider ]; then
     cat >"$DIR/main.js" <<'EOF'
 // A provider: it offers the service of res/xml/accessoryservices.xml,
 // accepts every consumer that asks for a connection and sends back whatever
@@ -221,4 +232,4 @@ webapis.kv.requestKvAgent(function (agents) {
 EOF
 fi
 
-echo "$DIR: $APP_ID, the $ROLE of $PROFILE"
+echo "$DIR: $APP_ID, the $ROLE of $PROFILE$([ "$PAGE" = 1 ] && echo ', a page')"

@@ -76,13 +76,12 @@ var screen = {
         var bubble = this.bubbles[line.n];
         if (bubble === undefined) {
             bubble = this.bubbles[line.n] = document.createElement('li');
-            bubble.appendChild(document.createTextNode(line.text));
-            bubble.appendChild(document.createElement('span'));
+            bubble.appendChild(document.createElement('span')).className = 'text';
+            bubble.appendChild(document.createElement('span')).className = 'meta';
+            bubble.firstChild.textContent = line.text;
             toEnd = true;
         }
-        var meta = bubble.lastChild;
-        meta.className = 'meta';
-        meta.textContent = '#' + line.n + (line.secure ? ' \u00b7 secret' : '') + ' \u00b7 ' + what;
+        bubble.lastChild.textContent = '#' + line.n + (line.secure ? ' \u00b7 secret' : '') + ' \u00b7 ' + what;
         var look = 'sent' + (line.secure ? ' secret' : '') + (kind ? ' ' + kind : '');
         if (toEnd) {
             this.place(bubble, look);
@@ -243,7 +242,7 @@ function sendNext() {
 function skip(line) {
     log('skipping line', line.n, '(secret, but the link is not authenticated)');
     line.done = true;
-    screen.line(line, 'not sent: the watch is not authenticated', 'skipped', true);
+    screen.line(line, 'not sent: no authentication', 'skipped', true);
     screen.banner('line ' + line.n + ' not sent: it is a secret, and the watch is not authenticated',
                   'error');
 }
@@ -299,6 +298,7 @@ function received(channelId, data) {
 function connectionEnded(reason) {
     log('connection ended:', reason);
     socket = null;
+    screen.chip('authentication', 'no connection', '');
     screen.add('connection ended: ' + reason, 'note');
     if (reason === 'PEER_DISCONNECTED') {
         log('connecting again in a second');
@@ -323,7 +323,7 @@ function authenticate(peerAgent) {
         log('authenticated', peer.appName + ':', token.authenticationType, 'key',
             token.key.slice(0, 16) + '...');
         authentication = 'yes';
-        screen.chip('authentication', 'authenticated: X.509 ' + token.key.slice(0, 11) + '\u2026', 'good');
+        screen.chip('authentication', 'authenticated, key ' + token.key.slice(0, 8) + '\u2026', 'good');
         sendNext();
     }, function (error) {
         // TokenNotGeneratedError: no paired TLS link (an insecure one), or
@@ -439,6 +439,7 @@ function listenForClicks() {
         clearTimeout(sendTimer);
         closing.close();
         log('disconnected');
+        screen.chip('authentication', 'no connection', '');
         screen.connection('disconnected: press Connect to chat on');
         screen.add('disconnected', 'note');
         updateControls();

@@ -38,7 +38,8 @@ var screen = {
         this.show('progress-label', label);
     },
     enable: function (id, enabled) {
-        document.getElementById(id).disabled = !enabled;
+        var button = /** @type {HTMLButtonElement} */ (document.getElementById(id));
+        button.disabled = !enabled;
     }
 };
 

@@ -20,9 +20,6 @@
 var MESSAGES = 110;
 var RECEIPTS = 111;
 
-// How many entries the face shows; older ones are removed.
-var SHOWN = 7;
-
 var log = function () {
     console.log.apply(console, ['watch:'].concat(Array.prototype.slice.call(arguments)));
 };
@@ -40,15 +37,16 @@ var screen = {
         link.textContent = text;
         link.className = 'link ' + kind;
     },
-    // Adds an entry: 'in' for a line of the phone, 'out' for an answer,
-    // 'note' for something that happened to the chat.
+    // Adds an entry at the bottom: 'in' for a line of the phone, 'out' for
+    // an answer, 'note' for something that happened to the chat. The oldest
+    // entries go while the list is taller than its place on the face.
     add: function (text, kind) {
         var list = document.getElementById('chat-lines');
         var item = document.createElement('li');
         item.textContent = text;
         item.className = kind;
         list.appendChild(item);
-        while (list.children.length > SHOWN) {
+        while (list.scrollHeight > list.clientHeight && list.children.length > 1) {
             list.removeChild(list.firstChild);
         }
     },
@@ -111,6 +109,12 @@ function showLine(line) {
     }
 }
 
+// The link line under the state, while a chat is open: the link is up,
+// and how many lines were answered so far.
+function showAnswers() {
+    screen.link('link up \u00b7 ' + answers + (answers === 1 ? ' answer' : ' answers'), 'up');
+}
+
 // Answers one line: the receipt goes on the low-priority channel, the answer
 // on the high-priority one. Both may throw (IOError when the connection went
 // meanwhile), and a closed connection is no reason to end the app.
@@ -126,7 +130,7 @@ function answer(socket, line) {
     }
     answers++;
     screen.add(text, 'out');
-    screen.link('link up, ' + answers + (answers === 1 ? ' answer' : ' answers'), 'up');
+    showAnswers();
     finished = finished || line.text === 'bye';
     if (options.dropAfter > 0 && answers === options.dropAfter && !dropped) {
         dropped = true;
@@ -154,7 +158,7 @@ function talk(socket) {
     chat = socket;
     log('chatting with', socket.peerAgent.appName, '(peer id ' + socket.peerAgent.peerId + ')');
     screen.state('chatting with ' + socket.peerAgent.appName, 'connected');
-    screen.link('link up, ' + answers + (answers === 1 ? ' answer' : ' answers'), 'up');
+    showAnswers();
     screen.add('connected to ' + socket.peerAgent.appName, 'note');
     // Set the data listener in onconnect: data that arrives before a data
     // listener is set is dropped.

@@ -130,7 +130,7 @@ TEST_F(PageHost, EndsTheAppWithOneOnAnExceptionInATimer) {
     const std::string app = device.install("uncaught");
     const ProcessResult result = device.run(app, PageDevice::hostTestPlugin(), {"timer"});
     EXPECT_EQ(result.exitCode, 1);
-    EXPECT_TRUE(std::regex_search(result.err, std::regex("Uncaught TypeError: .* at line 10 in "
+    EXPECT_TRUE(std::regex_search(result.err, std::regex("Uncaught TypeError: .* at line 11 in "
                                                          "main.js\n")))
         << result.err;
 }
@@ -144,7 +144,7 @@ TEST_F(PageHost, EndsTheAppWithOneOnAnExceptionInAnEventHandler) {
     PageDriver(device.driverSocket()).click("#throw");
     const ProcessResult result = page->finish(seconds(20));
     EXPECT_EQ(result.exitCode, 1);
-    EXPECT_NE(result.err.find("Uncaught RangeError: click handler threw at line 15 in main.js\n"),
+    EXPECT_NE(result.err.find("Uncaught RangeError: click handler threw at line 16 in main.js\n"),
               std::string::npos)
         << result.err;
 }

@@ -7,7 +7,8 @@ if (where === 'top') {
 }
 if (where === 'timer') {
     setTimeout(function () {
-        null.property;
+        var nothing = /** @type {any} */ (null);
+        nothing.property;
     }, 20);
 }
 document.getElementById('throw').addEventListener('click', function () {
