@@ -87,6 +87,7 @@ var lastProgress = {};    // transfer id to the last progress shown
 var progressNow = {};     // transfer id to its latest progress
 var cancelledHere = {};   // transfer ids that this side cancelled
 var asking = [];          // with --manual, the offers that wait for a person
+var phoneName = null;      // the phone app's name, once connected
 var phoneDone = false;
 
 function isPicture(fileName) {
@@ -101,15 +102,21 @@ function finishWhenDone() {
     }
 }
 
-// The buttons follow the state: Accept and Refuse while an offer waits for
-// a person, Cancel while a file comes in.
-function updateButtons() {
+// Brings the state and the buttons up to date: Accept and Refuse while an
+// offer waits for a person, Cancel while a file comes in.
+function refresh() {
+    if (asking.length > 0) {
+        screen.state(asking[0].fileName + ': take it?', 'asking');
+    } else if (phoneDone) {
+        screen.state('the phone has finished', 'ended');
+    } else if (phoneName !== null) {
+        screen.state('connected to ' + phoneName, 'connected');
+    } else {
+        screen.state('waiting for files', 'waiting');
+    }
     screen.button('accept', asking.length > 0);
     screen.button('refuse', asking.length > 0);
     screen.button('cancel', Object.keys(underway).length > 0);
-    if (asking.length > 0) {
-        screen.state(asking[0].fileName + ': take it?', 'asking');
-    }
 }
 
 // Where an offered file goes: a path of the app's choice names the file
@@ -131,7 +138,7 @@ function decide(transferId, fileName) {
     var destination = destinationFor(fileName);
     if (manual) {
         asking.push({ transferId: transferId, fileName: fileName, destination: destination });
-        updateButtons();
+        refresh();
         return;
     }
     if (isPicture(fileName)) {
@@ -159,7 +166,7 @@ function take(transferId, fileName, destination) {
         screen.outcome(transferId, 'failed', 'failed');
         screen.banner('cannot take ' + fileName + ': ' + error.name);
     }
-    updateButtons();
+    refresh();
 }
 
 // A refused file ends here: the phone hears PEER_REJECTED, this side
@@ -173,12 +180,12 @@ function refuse(transferId, fileName, why) {
         log('cannot refuse', fileName + ':', error.name, error.message);
         screen.banner('cannot refuse ' + fileName + ': ' + error.name);
     }
-    updateButtons();
+    refresh();
 }
 
 // Cancels a file that is coming in; both sides then hear UNKNOWN_ERROR.
 function cancel(transferId) {
-    log('cancelling transfer', transferId, 'at', progressNow[transferId] + ' %');
+    log('cancelling transfer', transferId, 'at', (progressNow[transferId] || 0) + ' %');
     cancelledHere[transferId] = true;
     try {
         transfer.cancelFile(transferId);
@@ -204,7 +211,7 @@ function ended(transferId) {
     asking = asking.filter(function (offer) {
         return offer.transferId !== transferId;
     });
-    updateButtons();
+    refresh();
     finishWhenDone();
 }
 
@@ -279,11 +286,12 @@ webapis.kv.requestKvAgent(function (agents) {
         },
         onconnect: function (socket) {
             log('connected to', socket.peerAgent.appName);
-            screen.state('connected to ' + socket.peerAgent.appName, 'connected');
+            phoneName = socket.peerAgent.appName;
+            refresh();
             socket.setSocketStatusListener(function (reason) {
                 log('connection ended:', reason);
-                screen.state('the phone has finished', 'ended');
                 phoneDone = true;
+                refresh();
                 finishWhenDone();
             });
         },
@@ -293,7 +301,7 @@ webapis.kv.requestKvAgent(function (agents) {
         }
     });
     log('waiting for files; without a path they go to', transfer.defaultReceivePath);
-    screen.state('waiting for files', 'waiting');
+    refresh();
 }, function (error) {
     console.error('watch: no agent:', error.name, error.message);
     screen.banner('no agent: ' + error.name);

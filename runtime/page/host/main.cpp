@@ -3,6 +3,7 @@
 // hands such apps to it; it takes the same run options.
 #include "InspectorServer.h"
 #include "PageSession.h"
+#include "SanitizerRuntime.h"
 #include "VirtualDisplay.h"
 
 #include <RunOptions.h>
@@ -106,6 +107,7 @@ int runPage(const Device::AppInfo& app, const Cli::Arguments& arguments) {
         LoggerI("inspector at " << address);
     }
     const auto display = Page::VirtualDisplay::ensure(settings.screen.width, settings.screen.height);
+    Page::lendSanitizerToEngine();
     if (!gtk_init_check(nullptr, nullptr)) {
         fail("cannot open the display " + std::string(g_getenv("DISPLAY") ?: "(none)"));
         return kExitFailure;
