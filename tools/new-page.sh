@@ -148,6 +148,7 @@ $PAGE_SCREEN
 
 function send(text) {
     waiting += 1;
+    log("sending", text);
     screen.message("sent: " + text);
     socket.sendData(CHANNEL, text);
 }

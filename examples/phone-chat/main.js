@@ -458,8 +458,9 @@ function listenForClicks() {
     });
 }
 
-screen.show('composer-note', options.manual ? 'A line "bye" ends the chat.' :
-            'The chat runs by itself; with the argument --manual you type the lines.');
+if (options.manual) {
+    screen.show('composer-note', 'A line "bye" ends the chat.');
+}
 listenForClicks();
 
 // The device status: when the link comes back, the agent registers again by

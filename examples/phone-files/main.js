@@ -181,7 +181,9 @@ function showProgress(transferId, progress) {
         record.lastProgress = progress;
         log('transfer', transferId, 'at', progress + ' %');
     }
-    screen.progress(transferId, progress);
+    if (!record.cancelled) {
+        screen.progress(transferId, progress);
+    }
 }
 
 // How a transfer that failed is shown. The phone hears PEER_REJECTED both
@@ -264,8 +266,9 @@ function listenForClicks() {
     document.getElementById('done').addEventListener('click', finishAll);
 }
 
-screen.show('send-hint', manual ? 'Done closes the connection; the watch then ends too.' :
-            'The plan sends its six files by itself; with the argument --manual you choose them here.');
+if (manual) {
+    screen.show('send-hint', 'Done closes the connection; the watch then ends too.');
+}
 listenForClicks();
 
 webapis.kv.requestKvAgent(function (agents) {

@@ -37,21 +37,26 @@ var screen = {
         var banner = document.getElementById('banner');
         banner.textContent = text || '';
         banner.hidden = !text;
+        this.fit();
     },
-    // A new row at the bottom of the list, for an offer. The oldest rows go
-    // while the list is taller than its place on the face.
+    // A new row at the bottom of the list, for an offer.
     transfer: function (transferId, fileName) {
         var row = document.createElement('li');
         row.innerHTML = '<div class="row"><span class="name"></span><span class="outcome"></span></div>' +
             '<div class="bar"><div class="fill"></div></div>';
         row.querySelector('.name').textContent = fileName;
         this.rows[transferId] = row;
+        document.getElementById('transfers').appendChild(row);
+        this.fit();
+        this.outcome(transferId, 'offered', '');
+    },
+    // The oldest rows go while the list is taller than its place on the
+    // face, which shrinks when the buttons or the banner show.
+    fit: function () {
         var list = document.getElementById('transfers');
-        list.appendChild(row);
         while (list.scrollHeight > list.clientHeight && list.children.length > 1) {
             list.removeChild(list.firstChild);
         }
-        this.outcome(transferId, 'offered', '');
     },
     progress: function (transferId, percent) {
         this.rows[transferId].querySelector('.fill').style.width = percent + '%';
@@ -76,6 +81,7 @@ var screen = {
     },
     button: function (id, shown) {
         document.getElementById(id).hidden = !shown;
+        this.fit();
     }
 };
 
@@ -235,8 +241,10 @@ function listenForFiles() {
             // The URI names the file where it landed ("notes (1).txt" in the
             // default folder when "notes.txt" is there already).
             log('received', fileUri);
+            var landed = fileUri.split('/').pop();
             screen.progress(transferId, 100);
-            screen.outcome(transferId, 'as ' + fileUri.split('/').pop(), 'received');
+            screen.outcome(transferId, landed === underway[transferId] ? 'received' : 'received as ' + landed,
+                           'received');
             ended(transferId);
         },
         onerror: function (transferId, code) {
