@@ -25,10 +25,17 @@ mkdir -p "$WORK"
 report="$WORK/report.txt"
 printf 'heart rate 72, steps 4211\n' >"$report"
 
+# On a display a person watches the two windows: they stay a few seconds once
+# the apps are done.
+APP_ARGS=()
+if [ -n "${DISPLAY:-}${WAYLAND_DISPLAY:-}" ] && [ "${KV_PAGE_DISPLAY:-}" != virtual ]; then
+    APP_ARGS=(-- --linger 4000)
+fi
+
 status=0
 "$EXAMPLES/../tools/pair-run.sh" --build "$BUILD" --work "$WORK" --timeout "$TIMEOUT" \
     --screenshots "$WORK/screens" --phone-file "$report" /opt/usr/media/Documents/report.txt \
-    "$EXAMPLES/watch-sensor" "$EXAMPLES/phone-monitor" || status=$?
+    "$EXAMPLES/watch-sensor" "$EXAMPLES/phone-monitor" "${APP_ARGS[@]}" || status=$?
 [ "$status" -eq 0 ] || fail "an app failed (see the results above)"
 
 received="$WORK/watch/fs/opt/usr/media/Downloads/report.txt"

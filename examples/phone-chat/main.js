@@ -59,7 +59,7 @@ var screen = {
         item.className = kind;
         var list = document.getElementById('chat-lines');
         list.appendChild(item);
-        list.parentNode.scrollTop = list.parentNode.scrollHeight;
+        list.parentElement.scrollTop = list.parentElement.scrollHeight;
     },
     // A new entry of text: a watch's answer ('got') or a note about the
     // connection ('note').
@@ -90,13 +90,15 @@ var screen = {
         }
     },
     enable: function (id, enabled) {
-        document.getElementById(id).disabled = !enabled;
+        var control = /** @type {HTMLButtonElement | HTMLInputElement} */ (document.getElementById(id));
+        control.disabled = !enabled;
     },
     // The line that a person typed, and whether it is to be a secret; the
     // field is emptied.
     typed: function () {
-        var field = document.getElementById('line');
-        var typed = { text: field.value.trim(), secret: document.getElementById('secret').checked };
+        var field = /** @type {HTMLInputElement} */ (document.getElementById('line'));
+        var secret = /** @type {HTMLInputElement} */ (document.getElementById('secret'));
+        var typed = { text: field.value.trim(), secret: secret.checked };
         field.value = '';
         return typed;
     }

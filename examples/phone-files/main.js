@@ -84,7 +84,13 @@ var screen = {
         row.querySelector('button').hidden = kind !== '';
     },
     enable: function (id, enabled) {
-        document.getElementById(id).disabled = !enabled;
+        var control = /** @type {HTMLButtonElement | HTMLSelectElement} */ (document.getElementById(id));
+        control.disabled = !enabled;
+    },
+    // The file that a person chose to send.
+    chosenFile: function () {
+        var choice = /** @type {HTMLSelectElement} */ (document.getElementById('file-choice'));
+        return choice.value;
     }
 };
 
@@ -117,7 +123,9 @@ function updateControls() {
 function finishAll() {
     log('all files done; closing the connection');
     socket.close();
+    socket = null;
     screen.connection('all files done; connection closed');
+    updateControls();
     runtime.exit(0);
 }
 
@@ -261,7 +269,7 @@ function sendFiles(peer, connected) {
 // The buttons, for a person (with --manual).
 function listenForClicks() {
     document.getElementById('send').addEventListener('click', function () {
-        send({ file: document.getElementById('file-choice').value, what: 'chosen by hand' });
+        send({ file: screen.chosenFile(), what: 'chosen by hand' });
     });
     document.getElementById('done').addEventListener('click', finishAll);
 }

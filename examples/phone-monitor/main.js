@@ -3,10 +3,14 @@
 // readings, sends a report file with its progress on a bar, then closes the
 // connection.
 //
-// As it is, the app does all of that by itself and ends. With the argument
-// --manual it waits for a person instead: Connect, Send report, Disconnect
-// and Exit each do one step.
+// As it is, the app does all of that by itself and ends (after --linger MS,
+// if given). With the argument --manual it waits for a person instead:
+// Connect, Send report, Disconnect and Exit each do one step.
 var manual = runtime.args.indexOf('--manual') >= 0;
+// With "--linger MS" the app stays that long once done, so that a person
+// watching its window sees how it ended.
+var lingerAt = runtime.args.indexOf('--linger');
+var linger = lingerAt >= 0 ? Number(runtime.args[lingerAt + 1]) || 0 : 0;
 
 var log = function () {
     console.log.apply(console, ['phone:'].concat(Array.prototype.slice.call(arguments)));
@@ -161,7 +165,9 @@ function watchFileSending() {
                 socket.close();
                 disconnected('done: report sent, connection closed');
                 log('done');
-                runtime.exit(0);
+                setTimeout(function () {
+                    runtime.exit(0);
+                }, linger);
             }
         },
         onerror: function (transferId, error) {

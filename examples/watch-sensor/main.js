@@ -3,7 +3,12 @@
 // the phone's connection, answers every message on the channel it came on,
 // sends a reading on the first channel every half second while connected,
 // takes the file the phone sends (its progress on a bar), and ends once the
-// phone has sent its file and closed the connection.
+// phone has sent its file and closed the connection (after --linger MS).
+// With "--linger MS" the app stays that long once done, so that a person
+// watching its window sees how it ended.
+var lingerAt = runtime.args.indexOf('--linger');
+var linger = lingerAt >= 0 ? Number(runtime.args[lingerAt + 1]) || 0 : 0;
+
 var log = function () {
     console.log.apply(console, ['watch:'].concat(Array.prototype.slice.call(arguments)));
 };
@@ -57,7 +62,9 @@ var connectionClosed = false;
 function finishWhenDone() {
     if (receivedFile && connectionClosed) {
         log('done');
-        runtime.exit(0);
+        setTimeout(function () {
+            runtime.exit(0);
+        }, linger);
     }
 }
 

@@ -200,6 +200,20 @@ TEST_F(PageHost, StopsAPageWhoseScriptNeverReturns) {
         << "the page's process " << pid << " still runs";
 }
 
+TEST_F(PageHost, EndsTheAppWithZeroWhenItsWindowIsClosed) {
+    const std::string app = device.install("idle");
+    auto page = device.start(app, with(PageDevice::hostTestPlugin(),
+                                       {"--driver", device.driverSocket()}));
+    ASSERT_TRUE(page->waitForOutput("idle: ready object", seconds(20)));
+    PageDriver(device.driverSocket()).value("close");
+    const ProcessResult result = page->finish(seconds(20));
+    EXPECT_EQ(result.exitCode, 0) << result.err;
+    const std::vector<std::string> hooks = logMessages(device.log(), "_callback");
+    ASSERT_GE(hooks.size(), 2u);
+    EXPECT_EQ(hooks[hooks.size() - 2].rfind("on_frame_unload_callback", 0), 0u);
+    EXPECT_EQ(hooks.back().rfind("on_widget_stop_callback", 0), 0u);
+}
+
 class PageHostSignal : public PageHost, public ::testing::WithParamInterface<std::pair<int, int>> {};
 
 TEST_P(PageHostSignal, StopsTheAppAsTheScriptHostDoes) {

@@ -120,6 +120,9 @@ void dispatchCommand(PageSession& session, const std::string& line, const Answer
         answer("ok");
     } else if (verb == "collect-garbage" && rest.empty()) {
         session.collectGarbage([answer] { answer("ok"); });
+    } else if (verb == "close" && rest.empty()) {
+        session.closeWindow();
+        answer("ok");
     } else if (verb == "pid" && rest.empty()) {
         answer("ok " + std::to_string(session.pagePid()));
     } else {

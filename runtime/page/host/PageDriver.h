@@ -13,6 +13,8 @@
 //   collect-garbage     ok              a full garbage collection in the page's
 //                                       process, done
 //   pid                 ok PID          the page's (the web engine's) process
+//   close               ok              the window closed, as its close button
+//                                       does (the app ends with 0)
 //
 // Anything else, or a command that fails, answers "error WHAT".
 #ifndef KV_PAGE_PAGE_DRIVER_H

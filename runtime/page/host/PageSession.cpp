@@ -284,6 +284,12 @@ void PageSession::finish() {
 
 void PageSession::quit() { g_main_loop_quit(m_loop); }
 
+void PageSession::closeWindow() {
+    if (m_window) {
+        gtk_window_close(GTK_WINDOW(m_window));
+    }
+}
+
 void PageSession::collectGarbage(std::function<void()> done) {
     auto* callback = new std::function<void()>(std::move(done));
     webkit_web_view_send_message_to_page(

@@ -56,6 +56,8 @@ public:
     const Device::Screen& screen() const { return m_settings.screen; }
     // The page's process, or 0 before it has started.
     pid_t pagePid() const { return m_pagePid; }
+    // Closes the window as a person would (its close button): the app ends.
+    void closeWindow();
     // A full collection in the page's process; `done` runs when it is over.
     void collectGarbage(std::function<void()> done);
 
