@@ -27,7 +27,7 @@ var log = function () {
 // The screen, part by part.
 var screen = {
     rows: {},     // transfer id to its row in the list
-    counts: {},   // outcome to how many transfers ended so
+    counts: {},   // outcome to how many transfers ended with it
     state: function (text, kind) {
         var state = document.getElementById('state');
         state.textContent = text;
@@ -93,7 +93,7 @@ var lastProgress = {};    // transfer id to the last progress shown
 var progressNow = {};     // transfer id to its latest progress
 var cancelledHere = {};   // transfer ids that this side cancelled
 var asking = [];          // with --manual, the offers that wait for a person
-var phoneName = null;      // the phone app's name, once connected
+var phoneName = null;     // the phone app's name, once connected
 var phoneDone = false;
 
 function isPicture(fileName) {
