@@ -283,12 +283,12 @@ std::string scenarioRun(const Settings& settings, int servedAgents,
     Scratch scratch;
     DevicePair devices(scratch.path(), false, hooks.linkProfile);
     const int profiles = std::max(servedAgents, settings.agents);
-    const std::string watchApp = devices.install(
-        devices.watch(),
-        benchApp(scratch.path(), "bench-watch", "provider", profiles, hooks.pages));
-    const std::string phoneApp = devices.install(
-        devices.phone(),
-        benchApp(scratch.path(), "bench-phone", "consumer", profiles, hooks.pages));
+    const std::string watchApp =
+        devices.install(devices.watch(),
+                        benchApp(scratch.path(), "bench-watch", "provider", profiles, hooks.pages));
+    const std::string phoneApp =
+        devices.install(devices.phone(),
+                        benchApp(scratch.path(), "bench-phone", "consumer", profiles, hooks.pages));
     if (hooks.prepare) {
         hooks.prepare(devices);
     }
@@ -495,8 +495,8 @@ void measurePages(const Settings& settings, Figures& figures) {
                          std::to_string(settings.messages), "ascii", "plain"},
                         pages),
             "page-sendData-ascii-plain-", figures);
-    collect(scenarioRun(settings, 1, {"roundtrip", std::to_string(settings.pings)}, pages),
-            "page-", figures);
+    collect(scenarioRun(settings, 1, {"roundtrip", std::to_string(settings.pings)}, pages), "page-",
+            figures);
     measureStartToReady(settings, figures, false);
     measureStartToReady(settings, figures, true);
     measurePageFootprint(settings, figures);

@@ -19,8 +19,9 @@
 // Both apps get the same arguments (those after "--"). The phone reads:
 //   --interval MS    wait MS milliseconds between an answer and the next line (300)
 //   --manual         wait for a person: connect on Connect, send what is typed
-//                    (ticking "secret" sends it with sendSecureData); the chat
-//                    ends when the watch has answered a line "bye"
+//                    (ticking "secret" puts "secret: " in front of it, so it
+//                    goes with sendSecureData); the chat ends when the watch
+//                    has answered a line "bye"
 //   anything else    a chat line; "bye" is added when the last line is not "bye"
 // and skips the watch's options (--reject-first, --drop-after N). As it is,
 // the app does everything by itself and ends; Disconnect and Connect work
@@ -452,6 +453,8 @@ function listenForClicks() {
         if (typed.text === '') {
             return;
         }
+        // A secret is a line that starts with "secret:", typed or not: the
+        // watch knows it by that too.
         var text = typed.secret && typed.text.indexOf('secret:') !== 0 ? 'secret: ' + typed.text : typed.text;
         var line = makeLine(text, lines.length);
         lines.push(line);

@@ -105,6 +105,7 @@ var step = -1;            // the step of PLAN under way
 // whether it has ended.
 var sending = {};
 
+// Whether a file is on its way (offered, or going).
 function running() {
     return Object.keys(sending).some(function (transferId) {
         return !sending[transferId].ended;
@@ -180,6 +181,8 @@ function cancel(transferId) {
     }
 }
 
+// The log tells the progress at every quarter, the bar all of it until a
+// cancel.
 function showProgress(transferId, progress) {
     var record = sending[transferId];
     record.progress = progress;

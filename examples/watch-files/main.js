@@ -157,6 +157,7 @@ function decide(transferId, fileName) {
     take(transferId, fileName, destination);
 }
 
+// Takes an offered file into `destination` (empty: the default folder).
 function take(transferId, fileName, destination) {
     try {
         transfer.receiveFile(transferId, destination);
@@ -201,6 +202,9 @@ function cancel(transferId) {
     }
 }
 
+// The log tells the progress at every quarter, the bar all of it. Progress
+// that was on its way before a cancel may still come: the bar stays where
+// the cancel left it.
 function showProgress(transferId, progress) {
     progressNow[transferId] = progress;
     var shown = lastProgress[transferId] === undefined ? -25 : lastProgress[transferId];
@@ -208,7 +212,9 @@ function showProgress(transferId, progress) {
         lastProgress[transferId] = progress;
         log('transfer', transferId, 'at', progress + ' %');
     }
-    screen.progress(transferId, progress);
+    if (!cancelledHere[transferId]) {
+        screen.progress(transferId, progress);
+    }
 }
 
 // The end of a transfer, either way: it no longer runs nor waits.

@@ -123,8 +123,8 @@ void wrapConsole(JSContextRef context, JSObjectRef global) {
         "    });\n"
         "})";
     JSValueRef exception = nullptr;
-    JSValueRef wrapper = JSEvaluateScript(context, JsString(kWrapper).get(), nullptr, nullptr, 1,
-                                          &exception);
+    JSValueRef wrapper =
+        JSEvaluateScript(context, JsString(kWrapper).get(), nullptr, nullptr, 1, &exception);
     const JSValueRef arguments[] = {console, printers};
     JSObjectCallAsFunction(context, JSValueToObject(context, wrapper, nullptr), nullptr, 2,
                            arguments, &exception);

@@ -22,9 +22,9 @@ enum class Command { Install, Run, List };
 struct CommandLine {
     Command command = Command::List;
     std::optional<std::string> deviceDir;
-    std::string appFolder;  // install
-    std::string appId;      // run
-    RunOptions run;                          // run: RunOptions.h
+    std::string appFolder;                  // install
+    std::string appId;                      // run
+    RunOptions run;                         // run: RunOptions.h
     std::vector<std::string> appArguments;  // run: what follows "--", for the app
 };
 

@@ -22,10 +22,9 @@ std::map<std::string, std::string> environmentFor(const std::string& log) {
 PageDevice::PageDevice() = default;
 
 std::string PageDevice::install(const std::string& appFolder) const {
-    const ProcessResult result =
-        runProcess({KV_RUNTIME_PATH, "--device", dir(), "install",
-                    std::string(KV_PAGE_APPS_DIR) + "/" + appFolder},
-                   environmentFor(m_dir.file("kv.log")));
+    const ProcessResult result = runProcess({KV_RUNTIME_PATH, "--device", dir(), "install",
+                                             std::string(KV_PAGE_APPS_DIR) + "/" + appFolder},
+                                            environmentFor(m_dir.file("kv.log")));
     EXPECT_EQ(result.exitCode, 0) << result.err;
     return result.out.empty() ? std::string() : result.out.substr(0, result.out.size() - 1);
 }

@@ -53,8 +53,8 @@ protected:
 
 TEST_F(PageHost, CallsTheFrameHooksForEveryDocumentOfEveryFrame) {
     const std::string app = device.install("frames");
-    auto page = device.start(app, with(PageDevice::hostTestPlugin(),
-                                       {"--driver", device.driverSocket()}));
+    auto page =
+        device.start(app, with(PageDevice::hostTestPlugin(), {"--driver", device.driverSocket()}));
     ASSERT_TRUE(page->waitForOutput("frame: ready object function", seconds(20)));
     ASSERT_TRUE(page->waitForOutput("main: ready object function", seconds(5)));
     PageDriver driver(device.driverSocket());
@@ -65,16 +65,14 @@ TEST_F(PageHost, CallsTheFrameHooksForEveryDocumentOfEveryFrame) {
 
     // A reload: every frame's document goes, and comes again.
     driver.value("reload");
-    ASSERT_TRUE(waitFor([&] {
-        return logMessages(device.log(), "on_frame_load_callback " + index).size() == 2;
-    }));
+    ASSERT_TRUE(waitFor(
+        [&] { return logMessages(device.log(), "on_frame_load_callback " + index).size() == 2; }));
     // A frame added, then removed.
     driver.click("#add");
     ASSERT_TRUE(page->waitForOutput("extra: ready object true", seconds(10)));
     driver.click("#remove");
-    EXPECT_TRUE(waitFor([&] {
-        return !logMessages(device.log(), "on_frame_unload_callback " + extra).empty();
-    }));
+    EXPECT_TRUE(waitFor(
+        [&] { return !logMessages(device.log(), "on_frame_unload_callback " + extra).empty(); }));
     // A navigation inside the app, then the end.
     driver.click("#leave");
     ASSERT_TRUE(page->waitForOutput("second: ready object", seconds(10)));
@@ -85,7 +83,7 @@ TEST_F(PageHost, CallsTheFrameHooksForEveryDocumentOfEveryFrame) {
 
     const std::vector<std::string> hooks = logMessages(device.log(), "_callback");
     const std::vector<std::string> expected = {
-        "on_widget_start_callback (" ,  // checked by prefix below
+        "on_widget_start_callback (",  // checked by prefix below
         "on_frame_load_callback " + index,   "on_frame_load_callback " + frame,
         "on_frame_unload_callback " + frame, "on_frame_unload_callback " + index,
         "on_frame_load_callback " + index,   "on_frame_load_callback " + frame,
@@ -137,9 +135,8 @@ TEST_F(PageHost, EndsTheAppWithOneOnAnExceptionInATimer) {
 
 TEST_F(PageHost, EndsTheAppWithOneOnAnExceptionInAnEventHandler) {
     const std::string app = device.install("uncaught");
-    auto page = device.start(app, with(PageDevice::hostTestPlugin(),
-                                       {"--driver", device.driverSocket()}),
-                             {"click"});
+    auto page = device.start(
+        app, with(PageDevice::hostTestPlugin(), {"--driver", device.driverSocket()}), {"click"});
     ASSERT_TRUE(page->waitForOutput("uncaught: ready click", seconds(20)));
     PageDriver(device.driverSocket()).click("#throw");
     const ProcessResult result = page->finish(seconds(20));
@@ -151,9 +148,9 @@ TEST_F(PageHost, EndsTheAppWithOneOnAnExceptionInAnEventHandler) {
 
 TEST_F(PageHost, EndsTheAppWithItsCodeWhenAnEventHandlerExits) {
     const std::string app = device.install("uncaught");
-    auto page = device.start(app, with(PageDevice::hostTestPlugin(),
-                                       {"--driver", device.driverSocket()}),
-                             {"exit-in-handler"});
+    auto page =
+        device.start(app, with(PageDevice::hostTestPlugin(), {"--driver", device.driverSocket()}),
+                     {"exit-in-handler"});
     ASSERT_TRUE(page->waitForOutput("uncaught: ready exit-in-handler", seconds(20)));
     PageDriver(device.driverSocket()).click("#throw");
     const ProcessResult result = page->finish(seconds(20));
@@ -165,7 +162,8 @@ TEST_F(PageHost, EndsTheAppWithOneWhenAPluginCallbackThrows) {
     const std::string app = device.install("callback-throws");
     const ProcessResult result = device.run(app, PageDevice::kvWithDouble());
     EXPECT_EQ(result.exitCode, 1);
-    EXPECT_NE(result.err.find("Uncaught TypeError: listener threw on TRANSPORT_BT ATTACHED at line 9 in index.html\n"),
+    EXPECT_NE(result.err.find("Uncaught TypeError: listener threw on TRANSPORT_BT ATTACHED at line "
+                              "9 in index.html\n"),
               std::string::npos)
         << result.err;
 }
@@ -202,8 +200,8 @@ TEST_F(PageHost, StopsAPageWhoseScriptNeverReturns) {
 
 TEST_F(PageHost, EndsTheAppWithZeroWhenItsWindowIsClosed) {
     const std::string app = device.install("idle");
-    auto page = device.start(app, with(PageDevice::hostTestPlugin(),
-                                       {"--driver", device.driverSocket()}));
+    auto page =
+        device.start(app, with(PageDevice::hostTestPlugin(), {"--driver", device.driverSocket()}));
     ASSERT_TRUE(page->waitForOutput("idle: ready object", seconds(20)));
     PageDriver(device.driverSocket()).value("close");
     const ProcessResult result = page->finish(seconds(20));
@@ -214,7 +212,8 @@ TEST_F(PageHost, EndsTheAppWithZeroWhenItsWindowIsClosed) {
     EXPECT_EQ(hooks.back().rfind("on_widget_stop_callback", 0), 0u);
 }
 
-class PageHostSignal : public PageHost, public ::testing::WithParamInterface<std::pair<int, int>> {};
+class PageHostSignal : public PageHost,
+                       public ::testing::WithParamInterface<std::pair<int, int>> {};
 
 TEST_P(PageHostSignal, StopsTheAppAsTheScriptHostDoes) {
     const std::string app = device.install("idle");
@@ -233,8 +232,8 @@ INSTANTIATE_TEST_SUITE_P(EachSignal, PageHostSignal,
 
 TEST_F(PageHost, RegistersThePagesProcessAsTheRunningApp) {
     const std::string app = device.install("idle");
-    auto page = device.start(app, with(PageDevice::hostTestPlugin(),
-                                       {"--driver", device.driverSocket()}));
+    auto page =
+        device.start(app, with(PageDevice::hostTestPlugin(), {"--driver", device.driverSocket()}));
     ASSERT_TRUE(page->waitForOutput("idle: ready object", seconds(20)));
     const std::string pid = PageDriver(device.driverSocket()).value("pid");
     const std::string entry = device.dir() + "/running/" + pid;
@@ -249,8 +248,8 @@ TEST_F(PageHost, RegistersThePagesProcessAsTheRunningApp) {
 
 TEST_F(PageHost, EndsTheAppWithOneWhenThePagesProcessCrashes) {
     const std::string app = device.install("idle");
-    auto page = device.start(app, with(PageDevice::hostTestPlugin(),
-                                       {"--driver", device.driverSocket()}));
+    auto page =
+        device.start(app, with(PageDevice::hostTestPlugin(), {"--driver", device.driverSocket()}));
     ASSERT_TRUE(page->waitForOutput("idle: ready object", seconds(20)));
     const std::string pid = PageDriver(device.driverSocket()).value("pid");
     ASSERT_EQ(::kill(std::stoi(pid), SIGABRT), 0);  // as abort() ends it
@@ -342,9 +341,9 @@ Png readPng(const std::string& path) {
     Png png;
     cairo_surface_t* surface = cairo_image_surface_create_from_png(path.c_str());
     if (cairo_surface_status(surface) == CAIRO_STATUS_SUCCESS) {
-        cairo_surface_t* argb = cairo_image_surface_create(
-            CAIRO_FORMAT_ARGB32, cairo_image_surface_get_width(surface),
-            cairo_image_surface_get_height(surface));
+        cairo_surface_t* argb =
+            cairo_image_surface_create(CAIRO_FORMAT_ARGB32, cairo_image_surface_get_width(surface),
+                                       cairo_image_surface_get_height(surface));
         cairo_t* cr = cairo_create(argb);
         cairo_set_source_surface(cr, surface, 0, 0);
         cairo_paint(cr);
@@ -385,8 +384,8 @@ TEST_F(PageHost, ShowsAWatchsPageOnARoundScreen) {
 TEST_F(PageHost, ShowsAPhonesPageOnItsWholeScreenAndPicturesItAsAsked) {
     const std::string app = device.install("idle");
     const std::string shots = device.file("series");
-    auto page = device.start(app, with(PageDevice::hostTestPlugin(),
-                                       {"--screenshots", shots, "--every", "200"}));
+    auto page = device.start(
+        app, with(PageDevice::hostTestPlugin(), {"--screenshots", shots, "--every", "200"}));
     ASSERT_TRUE(page->waitForOutput("idle: ready object", seconds(20)));
     const auto pictures = [&shots] {
         std::error_code error;
@@ -435,7 +434,8 @@ TEST_F(PageHost, ServesThePagesInspectorOnLoopbackWhenAsked) {
     std::smatch match;
     ASSERT_TRUE(std::regex_search(
         result.err, match,
-        std::regex("kv-runtime: the inspector of idlepage1\\.Idle: http://127\\.0\\.0\\.1:([0-9]+)/")))
+        std::regex(
+            "kv-runtime: the inspector of idlepage1\\.Idle: http://127\\.0\\.0\\.1:([0-9]+)/")))
         << result.err;
 }
 
@@ -447,7 +447,8 @@ TEST_F(PageHost, ListsThePageAmongTheInspectorsTargets) {
     // The address is on stderr, which the child process keeps until the end;
     // the page host logs it too.
     std::smatch match;
-    ASSERT_TRUE(std::regex_search(log, match, std::regex("inspector at http://127\\.0\\.0\\.1:([0-9]+)/")))
+    ASSERT_TRUE(
+        std::regex_search(log, match, std::regex("inspector at http://127\\.0\\.0\\.1:([0-9]+)/")))
         << log;
     const std::string targets = httpGet(std::stoi(match[1]), "/");
     EXPECT_NE(targets.find("Inspectable targets"), std::string::npos) << targets;

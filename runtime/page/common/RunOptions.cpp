@@ -78,10 +78,10 @@ bool PageOptions::any() const {
 }
 
 std::vector<Cli::Option> runOptionList() {
-    return {{"plugins", Option::WithValue},     {"plugin", Option::WithValue},
-            {"timeout", Option::WithValue},     {"inspect", Option::Flag},
-            {"screenshot", Option::WithValue},  {"screenshots", Option::WithValue},
-            {"every", Option::WithValue},       {"driver", Option::WithValue},
+    return {{"plugins", Option::WithValue},    {"plugin", Option::WithValue},
+            {"timeout", Option::WithValue},    {"inspect", Option::Flag},
+            {"screenshot", Option::WithValue}, {"screenshots", Option::WithValue},
+            {"every", Option::WithValue},      {"driver", Option::WithValue},
             {"position", Option::WithValue}};
 }
 

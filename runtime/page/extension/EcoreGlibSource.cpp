@@ -73,8 +73,7 @@ int recordingSelect(int count, fd_set* read, fd_set* write, fd_set* error, timev
         }
     }
     recorded.deadline =
-        timeout ? g_get_monotonic_time() + timeout->tv_sec * G_USEC_PER_SEC + timeout->tv_usec
-                : -1;
+        timeout ? g_get_monotonic_time() + timeout->tv_sec * G_USEC_PER_SEC + timeout->tv_usec : -1;
     timeval now{0, 0};
     return select(count, read, write, error, &now);
 }
@@ -156,8 +155,8 @@ bool isOwnFd(int fd) {
 // from now.
 gint pollAndNote(GPollFD* fds, guint count, gint timeout) {
     const gint result = enginePoll(fds, count, timeout);
-    bool othersReady = ownTimeout == kNotPrepared ||
-                       (timeout >= 0 && (ownTimeout < 0 || timeout < ownTimeout));
+    bool othersReady =
+        ownTimeout == kNotPrepared || (timeout >= 0 && (ownTimeout < 0 || timeout < ownTimeout));
     ownTimeout = kNotPrepared;
     for (guint i = 0; i < count && !othersReady && result > 0; ++i) {
         othersReady = fds[i].revents != 0 && !isOwnFd(fds[i].fd);

@@ -38,7 +38,6 @@ public:
     // How many ecore iterations the source has run (for tests and the
     // benchmark of idle wake-ups).
     static std::uint64_t iterations();
-
 };
 
 }  // namespace Page

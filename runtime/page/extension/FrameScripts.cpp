@@ -20,9 +20,8 @@ namespace {
 
 // The page's error event, handed to the frame that owns the context:
 // report(error, message, filename, lineno).
-JSValueRef onErrorEvent(JSContextRef context, JSObjectRef /*function*/,
-                            JSObjectRef /*thisObject*/, size_t count, const JSValueRef arguments[],
-                            JSValueRef* /*exception*/) {
+JSValueRef onErrorEvent(JSContextRef context, JSObjectRef /*function*/, JSObjectRef /*thisObject*/,
+                        size_t count, const JSValueRef arguments[], JSValueRef* /*exception*/) {
     FrameScripts* frame = PageApp::instance().frameOf(context);
     if (!frame || count < 4) {
         return JSValueMakeUndefined(context);
@@ -81,8 +80,8 @@ void FrameScripts::listenForErrors() {
                                1, arguments, &exception);
     }
     if (exception) {
-        LoggerW("cannot listen for the page's errors: "
-                << Runtime::toStdString(m_context, exception));
+        LoggerW(
+            "cannot listen for the page's errors: " << Runtime::toStdString(m_context, exception));
     }
 }
 

@@ -4,8 +4,8 @@
 
 #include <fcntl.h>
 #include <unistd.h>
-#include <csignal>
 #include <cerrno>
+#include <csignal>
 #include <cstdio>
 
 namespace Kv {

@@ -49,8 +49,8 @@ void rulesSaved(GObject* store, GAsyncResult* result, gpointer data) {
         pending->ready("cannot compile the page's load rules: " + why);
         return;
     }
-    webkit_user_content_manager_add_filter(
-        webkit_web_view_get_user_content_manager(pending->view), filter);
+    webkit_user_content_manager_add_filter(webkit_web_view_get_user_content_manager(pending->view),
+                                           filter);
     webkit_user_content_filter_unref(filter);
     pending->ready("");
 }
@@ -88,7 +88,8 @@ gboolean decidePolicy(WebKitWebView* /*view*/, WebKitPolicyDecision* decision,
 }  // namespace
 
 std::string confinementRules(const std::string& appUrl) {
-    return "[" R"({"trigger":{"url-filter":".*"},"action":{"type":"block"}},)" +
+    return "["
+           R"({"trigger":{"url-filter":".*"},"action":{"type":"block"}},)" +
            allowRule("^" + literal(appUrl)) + "," + allowRule("^data:") + "," +
            allowRule("^blob:") + "," + allowRule("^about:") + "]";
 }
@@ -107,8 +108,7 @@ void confineLoads(WebKitWebView* view, const std::string& appUrl, const std::str
 void confineNavigation(WebKitWebView* view, const std::string& appUrl) {
     g_signal_connect_data(
         view, "decide-policy", G_CALLBACK(decidePolicy), new std::string(appUrl),
-        [](gpointer data, GClosure*) { delete static_cast<std::string*>(data); },
-        GConnectFlags(0));
+        [](gpointer data, GClosure*) { delete static_cast<std::string*>(data); }, GConnectFlags(0));
 }
 
 }  // namespace Page

@@ -49,7 +49,8 @@ struct Evaluation {
 void evaluated(GObject* view, GAsyncResult* result, gpointer data) {
     std::unique_ptr<Evaluation> evaluation(static_cast<Evaluation*>(data));
     GError* error = nullptr;
-    JSCValue* value = webkit_web_view_evaluate_javascript_finish(WEBKIT_WEB_VIEW(view), result, &error);
+    JSCValue* value =
+        webkit_web_view_evaluate_javascript_finish(WEBKIT_WEB_VIEW(view), result, &error);
     if (!value) {
         const std::string why = error ? error->message : "no value";
         g_clear_error(&error);
@@ -73,11 +74,11 @@ std::string elementScript(const std::string& selector, const std::string& body) 
 }
 
 void clickCommand(PageSession& session, const std::string& selector, const Answer& answer) {
-    const std::string script = elementScript(
-        selector,
-        "element.scrollIntoView({block: 'center', inline: 'center'});"
-        "var box = element.getBoundingClientRect();"
-        "return [box.left + box.width / 2, box.top + box.height / 2];");
+    const std::string script =
+        elementScript(selector,
+                      "element.scrollIntoView({block: 'center', inline: 'center'});"
+                      "var box = element.getBoundingClientRect();"
+                      "return [box.left + box.width / 2, box.top + box.height / 2];");
     WebKitWebView* view = session.view();
     evaluate(view, script, kDriverWorld, [view, answer](JSCValue* value, const std::string& error) {
         if (!error.empty()) {
@@ -145,12 +146,14 @@ struct Client {
     static void lineRead(GObject* source, GAsyncResult* result, gpointer data);
 };
 
-void Client::readNext() { g_data_input_stream_read_line_async(input, G_PRIORITY_DEFAULT, nullptr, lineRead, this); }
+void Client::readNext() {
+    g_data_input_stream_read_line_async(input, G_PRIORITY_DEFAULT, nullptr, lineRead, this);
+}
 
 void Client::lineRead(GObject* source, GAsyncResult* result, gpointer data) {
     auto* client = static_cast<Client*>(data);
-    char* line = g_data_input_stream_read_line_finish(G_DATA_INPUT_STREAM(source), result, nullptr,
-                                                      nullptr);
+    char* line =
+        g_data_input_stream_read_line_finish(G_DATA_INPUT_STREAM(source), result, nullptr, nullptr);
     if (!line) {
         delete client;  // the other end closed
         return;

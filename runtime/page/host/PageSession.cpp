@@ -112,17 +112,16 @@ void PageSession::closePage() {
 
 void PageSession::makeView() {
     WebKitWebsiteDataManager* data = webkit_website_data_manager_new(
-        "base-data-directory", packageData(m_settings.app, "/web").c_str(),
-        "base-cache-directory", (Device::packageRoot(m_settings.app.package) +
-                                 Device::kPackageTmpDir + "/web-cache").c_str(),
+        "base-data-directory", packageData(m_settings.app, "/web").c_str(), "base-cache-directory",
+        (Device::packageRoot(m_settings.app.package) + Device::kPackageTmpDir + "/web-cache")
+            .c_str(),
         nullptr);
     m_context = webkit_web_context_new_with_website_data_manager(data);
     g_object_unref(data);
     webkit_web_context_set_cache_model(m_context, WEBKIT_CACHE_MODEL_DOCUMENT_VIEWER);
-    webkit_web_context_set_web_extensions_directory(m_context,
-                                                    m_settings.extensionDir.c_str());
-    webkit_web_context_set_web_extensions_initialization_user_data(
-        m_context, m_settings.page.toVariant());
+    webkit_web_context_set_web_extensions_directory(m_context, m_settings.extensionDir.c_str());
+    webkit_web_context_set_web_extensions_initialization_user_data(m_context,
+                                                                   m_settings.page.toVariant());
     m_view = WEBKIT_WEB_VIEW(g_object_new(WEBKIT_TYPE_WEB_VIEW, "web-context", m_context, nullptr));
     WebKitSettings* settings = webkit_web_view_get_settings(m_view);
     webkit_settings_set_enable_developer_extras(settings, m_settings.run.page.inspect);
@@ -136,10 +135,10 @@ void PageSession::makeView() {
     webkit_settings_set_allow_file_access_from_file_urls(settings, TRUE);
     webkit_settings_set_allow_universal_access_from_file_urls(settings, FALSE);
     confineNavigation(m_view, m_appUrl);
-    m_window = makePageWindow(m_view, m_settings.screen, m_settings.app.name.empty()
-                                                             ? m_settings.app.appId
-                                                             : m_settings.app.name,
-                              m_settings.windowPosition);
+    m_window =
+        makePageWindow(m_view, m_settings.screen,
+                       m_settings.app.name.empty() ? m_settings.app.appId : m_settings.app.name,
+                       m_settings.windowPosition);
 }
 
 void PageSession::connectSignals() {
@@ -225,8 +224,8 @@ void PageSession::stop(ExitReason reason) {
     }
     webkit_web_view_send_message_to_page(
         m_view,
-        webkit_user_message_new(kStop, g_variant_new(kStopType, m_code,
-                                                     static_cast<guint32>(reason))),
+        webkit_user_message_new(kStop,
+                                g_variant_new(kStopType, m_code, static_cast<guint32>(reason))),
         nullptr,
         [](GObject*, GAsyncResult*, gpointer data) { static_cast<PageSession*>(data)->finish(); },
         this);

@@ -9,7 +9,8 @@ namespace {
 
 // The region of a round screen: a disc as wide as the window.
 cairo_region_t* discRegion(const Device::Screen& screen) {
-    cairo_surface_t* mask = cairo_image_surface_create(CAIRO_FORMAT_A1, screen.width, screen.height);
+    cairo_surface_t* mask =
+        cairo_image_surface_create(CAIRO_FORMAT_A1, screen.width, screen.height);
     cairo_t* cr = cairo_create(mask);
     cairo_arc(cr, screen.width / 2.0, screen.height / 2.0,
               std::min(screen.width, screen.height) / 2.0, 0, 2 * M_PI);

@@ -32,8 +32,8 @@ void lendSanitizerToEngine() {
         return;
     }
     const char* preload = std::getenv("LD_PRELOAD");
-    setenv("LD_PRELOAD", (runtime + (preload && *preload ? ":" + std::string(preload) : "")).c_str(),
-           1);
+    setenv("LD_PRELOAD",
+           (runtime + (preload && *preload ? ":" + std::string(preload) : "")).c_str(), 1);
     const char* options = std::getenv("ASAN_OPTIONS");
     setenv("ASAN_OPTIONS",
            ((options && *options ? std::string(options) + ":" : "") + "detect_leaks=0").c_str(), 1);

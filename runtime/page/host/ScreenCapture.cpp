@@ -1,8 +1,8 @@
 #include "ScreenCapture.h"
 
 #include <cmath>
-#include <memory>
 #include <filesystem>
+#include <memory>
 #include <system_error>
 
 namespace Kv {
@@ -69,8 +69,8 @@ void captureScreen(WebKitWebView* view, const Device::Screen& screen, const std:
     auto* capture = new Capture{screen, file, std::move(done)};
     // The engine draws the page anew for it, layout included, so what the
     // page changed just before is in the picture.
-    webkit_web_view_get_snapshot(view, WEBKIT_SNAPSHOT_REGION_VISIBLE,
-                                 WEBKIT_SNAPSHOT_OPTIONS_NONE, nullptr, snapshotTaken, capture);
+    webkit_web_view_get_snapshot(view, WEBKIT_SNAPSHOT_REGION_VISIBLE, WEBKIT_SNAPSHOT_OPTIONS_NONE,
+                                 nullptr, snapshotTaken, capture);
 }
 
 }  // namespace Page

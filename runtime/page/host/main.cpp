@@ -106,7 +106,8 @@ int runPage(const Device::AppInfo& app, const Cli::Arguments& arguments) {
         std::fflush(stderr);
         LoggerI("inspector at " << address);
     }
-    const auto display = Page::VirtualDisplay::ensure(settings.screen.width, settings.screen.height);
+    const auto display =
+        Page::VirtualDisplay::ensure(settings.screen.width, settings.screen.height);
     Page::lendSanitizerToEngine();
     if (!gtk_init_check(nullptr, nullptr)) {
         fail("cannot open the display " + std::string(g_getenv("DISPLAY") ?: "(none)"));

@@ -4,11 +4,11 @@
 #include "HostTestAccess.h"
 #include "JSHostTest.h"
 
-#include <Logger.h>
 #include <JavaScriptCore/JavaScript.h>
+#include <Logger.h>
+#include <wrt_plugin_export.h>
 #include <map>
 #include <string>
-#include <wrt_plugin_export.h>
 
 namespace {
 
