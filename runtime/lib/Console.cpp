@@ -4,6 +4,7 @@
 
 #include <kv-runtime/JsValues.h>
 
+#include <CommonsJavaScript/ScriptExceptionHost.h>
 #include <Logger.h>
 
 #include <cstdio>
@@ -12,6 +13,8 @@ namespace Kv {
 namespace Runtime {
 
 namespace {
+
+using WrtDeviceApis::CommonsJavaScript::ScriptExceptionHost;
 
 enum class Level { Log, Info, Warn, Error };
 
@@ -73,7 +76,11 @@ template <Level level>
 JSValueRef print(JSContextRef context, JSObjectRef /*function*/, JSObjectRef /*thisObject*/,
                  size_t count, const JSValueRef arguments[], JSValueRef* exception) {
     return guardCallback(context, exception, [&] {
-        write(level, formatConsoleArguments(context, count, arguments));
+        // Once the app has ended, what is left of its script (a page's own
+        // timer that fires before the page closes) says nothing.
+        if (ScriptExceptionHost::scriptRuns(context)) {
+            write(level, formatConsoleArguments(context, count, arguments));
+        }
         return JSValueMakeUndefined(context);
     });
 }

@@ -1,5 +1,7 @@
 #include <kv-runtime/ScriptEngine.h>
 
+#include "EngineWatchdog.h"
+
 #include <dpl/main_loop.h>
 
 #include <Logger.h>
@@ -51,6 +53,12 @@ void configureGcSignal() {
 }  // namespace
 
 int defaultGcSignal() { return SIGRTMIN + 4; }
+
+void stopAllScripts(JSContextRef context) {
+    JSContextGroupSetExecutionTimeLimit(
+        JSContextGetGroup(JSContextGetGlobalContext(context)), 0,
+        [](JSContextRef, void*) { return true; }, nullptr);
+}
 
 void prepareScriptEngine() {
     static const bool prepared = [] {

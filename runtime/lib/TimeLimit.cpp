@@ -1,17 +1,8 @@
 #include "TimeLimit.h"
 
-#include <Logger.h>
+#include "EngineWatchdog.h"
 
-// The engine's watchdog, exported by the library without a public
-// declaration: once a script has run for `limit` seconds without returning,
-// the callback decides whether it is terminated (true) or may go on for
-// another `limit` (false).
-extern "C" {
-typedef bool (*JSShouldTerminateCallback)(JSContextRef context, void* data);
-void JSContextGroupSetExecutionTimeLimit(JSContextGroupRef group, double limit,
-                                         JSShouldTerminateCallback callback, void* data);
-void JSContextGroupClearExecutionTimeLimit(JSContextGroupRef group);
-}
+#include <Logger.h>
 
 namespace Kv {
 namespace Runtime {

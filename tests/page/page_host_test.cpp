@@ -158,6 +158,15 @@ TEST_F(PageHost, EndsTheAppWithItsCodeWhenAnEventHandlerExits) {
     EXPECT_EQ(result.err.find("Uncaught"), std::string::npos) << result.err;
 }
 
+TEST_F(PageHost, RunsNothingOfTheAppAfterItExits) {
+    const std::string app = device.install("after-exit");
+    const ProcessResult result = device.run(app, PageDevice::hostTestPlugin());
+    EXPECT_EQ(result.exitCode, 5) << result.err;
+    const auto exiting = result.out.find("after-exit: exiting\n");
+    ASSERT_NE(exiting, std::string::npos) << result.out;
+    EXPECT_EQ(result.out.find("tick", exiting), std::string::npos) << result.out;
+}
+
 TEST_F(PageHost, EndsTheAppWithOneWhenAPluginCallbackThrows) {
     const std::string app = device.install("callback-throws");
     const ProcessResult result = device.run(app, PageDevice::kvWithDouble());

@@ -1,7 +1,8 @@
 // The script global `console` of every app: log and info print a line to
 // stdout, warn and error to stderr; each line is also logged (info, info,
 // warning, error). Arguments are joined by blanks: strings as they are, plain
-// objects and arrays as JSON, everything else as String(value).
+// objects and arrays as JSON, everything else as String(value). Once the
+// app has ended (its host tells ScriptExceptionHost), nothing is printed.
 #ifndef KV_RUNTIME_CONSOLE_H
 #define KV_RUNTIME_CONSOLE_H
 

@@ -5,6 +5,8 @@
 #ifndef KV_RUNTIME_SCRIPT_ENGINE_H
 #define KV_RUNTIME_SCRIPT_ENGINE_H
 
+#include <JavaScriptCore/JavaScript.h>
+
 namespace Kv {
 namespace Runtime {
 
@@ -12,6 +14,11 @@ namespace Runtime {
 // unless JSC_SIGNAL_FOR_GC names another: a real-time signal that ecore
 // leaves alone (ecore handles SIGUSR1, the engine's own default).
 int defaultGcSignal();
+
+// Ends every script of `context`'s group (all the contexts of one engine)
+// at its next function call or loop turn, and any that starts later: for an
+// app that has ended while its contexts live on.
+void stopAllScripts(JSContextRef context);
 
 // Once per process: initialises the main loop (and with it ecore) through
 // DPL::MainLoop, then gives the engine its thread-suspension signal, the one

@@ -54,7 +54,12 @@ FrameScripts::FrameScripts(PageApp& app, JSGlobalContextRef context, bool mainFr
 
 FrameScripts::~FrameScripts() {
     m_app.plugins().frameUnload(m_context);
-    ScriptExceptionHost::detach(m_context);
+    // The document's script has ended, though its context may live on (the
+    // plug-ins may hold its callbacks): they call none of them any more.
+    ScriptExceptionHost::attach(
+        m_context,
+        [](JSValueRef) { LoggerW("an exception in a document that has gone; dropped"); },
+        [] { return false; });
     Runtime::releaseRuntimeObject(m_context, JSContextGetGlobalObject(m_context));
     JSValueUnprotect(m_context, m_exitMarker);
     JSGlobalContextRelease(m_context);

@@ -4,6 +4,7 @@
 
 #include <PageProtocol.h>
 #include <kv-device/AppRegistry.h>
+#include <kv-runtime/ScriptEngine.h>
 
 #include <Logger.h>
 
@@ -69,6 +70,7 @@ void PageApp::end(Runtime::ExitReason reason, int code) {
         return;
     }
     m_ending = true;
+    stopScripts();
     m_reason = reason;
     m_code = code;
     LoggerI("app ends with exit code " << code);
@@ -79,6 +81,17 @@ void PageApp::end(Runtime::ExitReason reason, int code) {
             return G_SOURCE_REMOVE;
         },
         this, nullptr);
+}
+
+// No more of the app's script runs once it ends: the page's own timers and
+// handlers are stopped by the engine (an execution limit of nothing for the
+// page's script engine, checked at the script's next function call or loop),
+// the plug-ins' callbacks by ending().
+void PageApp::stopScripts() {
+    if (m_frames.empty()) {
+        return;
+    }
+    Runtime::stopAllScripts(m_frames.front().second->context());
 }
 
 void PageApp::finish() {

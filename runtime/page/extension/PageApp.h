@@ -71,6 +71,7 @@ private:
     static void frameFinalized(gpointer data, GObject* frame);
     void frameGone(guint64 frameId);
     void unloadFrames(bool keepMainFrame);
+    void stopScripts();
     void finish();
     void sendToView(WebKitUserMessage* message);
     void collectGarbage(WebKitUserMessage* message);
