@@ -4,7 +4,6 @@
 
 #include <kv-runtime/JsValues.h>
 
-#include <CommonsJavaScript/ScriptExceptionHost.h>
 #include <Logger.h>
 
 #include <cstdio>
@@ -13,8 +12,6 @@ namespace Kv {
 namespace Runtime {
 
 namespace {
-
-using WrtDeviceApis::CommonsJavaScript::ScriptExceptionHost;
 
 enum class Level { Log, Info, Warn, Error };
 
@@ -76,11 +73,7 @@ template <Level level>
 JSValueRef print(JSContextRef context, JSObjectRef /*function*/, JSObjectRef /*thisObject*/,
                  size_t count, const JSValueRef arguments[], JSValueRef* exception) {
     return guardCallback(context, exception, [&] {
-        // Once the app has ended, what is left of its script (a page's own
-        // timer that fires before the page closes) says nothing.
-        if (ScriptExceptionHost::scriptRuns(context)) {
-            write(level, formatConsoleArguments(context, count, arguments));
-        }
+        write(level, formatConsoleArguments(context, count, arguments));
         return JSValueMakeUndefined(context);
     });
 }
@@ -109,6 +102,24 @@ void installConsole(JSContextRef context, JSObjectRef global) {
     JSObjectRef console = JSObjectMake(context, nullptr, nullptr);
     installPrinters(context, console);
     setProperty(context, global, "console", console, kJSPropertyAttributeDontEnum);
+}
+
+JSValueRef printNothing(JSContextRef context, JSObjectRef /*function*/, JSObjectRef /*thisObject*/,
+                        size_t /*count*/, const JSValueRef /*arguments*/[],
+                        JSValueRef* /*exception*/) {
+    return JSValueMakeUndefined(context);
+}
+
+void silenceConsole(JSContextRef context, JSObjectRef global) {
+    JSValueRef console = getProperty(context, global, "console");
+    if (!JSValueIsObject(context, console)) {
+        return;
+    }
+    JSObjectRef object = JSValueToObject(context, console, nullptr);
+    for (const char* level : {"log", "info", "warn", "error"}) {
+        setProperty(context, object, level,
+                    JSObjectMakeFunctionWithCallback(context, nullptr, printNothing));
+    }
 }
 
 void wrapConsole(JSContextRef context, JSObjectRef global) {

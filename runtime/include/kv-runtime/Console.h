@@ -1,8 +1,7 @@
 // The script global `console` of every app: log and info print a line to
 // stdout, warn and error to stderr; each line is also logged (info, info,
 // warning, error). Arguments are joined by blanks: strings as they are, plain
-// objects and arrays as JSON, everything else as String(value). Once the
-// app has ended (its host tells ScriptExceptionHost), nothing is printed.
+// objects and arrays as JSON, everything else as String(value).
 #ifndef KV_RUNTIME_CONSOLE_H
 #define KV_RUNTIME_CONSOLE_H
 
@@ -20,6 +19,11 @@ void installConsole(JSContextRef context, JSObjectRef global);
 // console (a page's) print as above first, then do what they did before (the
 // engine's console keeps its messages for the page's inspector).
 void wrapConsole(JSContextRef context, JSObjectRef global);
+
+// Makes console.log, info, warn and error of a context print nothing: for a
+// document whose app has ended while the context lives on (set natively, so
+// it works where no script may run any more).
+void silenceConsole(JSContextRef context, JSObjectRef global);
 
 // The text console.log prints for these arguments.
 std::string formatConsoleArguments(JSContextRef context, size_t count, const JSValueRef values[]);

@@ -61,6 +61,7 @@ FrameScripts::~FrameScripts() {
         [](JSValueRef) { LoggerW("an exception in a document that has gone; dropped"); },
         [] { return false; });
     Runtime::releaseRuntimeObject(m_context, JSContextGetGlobalObject(m_context));
+    Runtime::silenceConsole(m_context, JSContextGetGlobalObject(m_context));
     JSValueUnprotect(m_context, m_exitMarker);
     JSGlobalContextRelease(m_context);
 }

@@ -70,7 +70,6 @@ void PageApp::end(Runtime::ExitReason reason, int code) {
         return;
     }
     m_ending = true;
-    stopScripts();
     m_reason = reason;
     m_code = code;
     LoggerI("app ends with exit code " << code);
@@ -83,10 +82,12 @@ void PageApp::end(Runtime::ExitReason reason, int code) {
         this, nullptr);
 }
 
-// No more of the app's script runs once it ends: the page's own timers and
-// handlers are stopped by the engine (an execution limit of nothing for the
-// page's script engine, checked at the script's next function call or loop),
-// the plug-ins' callbacks by ending().
+// No more of the app's script runs once it has ended: the page's own timers
+// and handlers are stopped by the engine (an execution limit of nothing for
+// the page's script engine, checked at the script's next function call or
+// loop), the plug-ins' callbacks by ending(), and an unloaded document's
+// console prints nothing. Called once the script that asked to end has
+// unwound (its finally blocks have run).
 void PageApp::stopScripts() {
     if (m_frames.empty()) {
         return;
@@ -95,6 +96,7 @@ void PageApp::stopScripts() {
 }
 
 void PageApp::finish() {
+    stopScripts();
     unloadFrames(false);
     m_plugins.widgetStop(m_settings.widgetId);
     try {
