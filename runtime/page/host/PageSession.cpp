@@ -119,6 +119,10 @@ void PageSession::makeView() {
     m_context = webkit_web_context_new_with_website_data_manager(data);
     g_object_unref(data);
     webkit_web_context_set_cache_model(m_context, WEBKIT_CACHE_MODEL_DOCUMENT_VIEWER);
+    // The page's process is the app's as the device sees it (its process id
+    // in the running-app table, its device folder): the engine's sandbox
+    // would give it a process id of its own namespace.
+    webkit_web_context_set_sandbox_enabled(m_context, FALSE);
     webkit_web_context_set_web_extensions_directory(m_context, m_settings.extensionDir.c_str());
     webkit_web_context_set_web_extensions_initialization_user_data(m_context,
                                                                    m_settings.page.toVariant());
