@@ -4,6 +4,7 @@
 
 #include <PageProtocol.h>
 #include <kv-device/AppRegistry.h>
+#include <kv-device/Memory.h>
 #include <kv-runtime/ScriptEngine.h>
 
 #include <Logger.h>
@@ -29,6 +30,9 @@ PageApp* theApp = nullptr;
 }  // namespace
 
 void PageApp::start(WebKitWebExtension* /*extension*/, PageSettings settings) {
+    // The plug-ins' messages of a megabyte and more come from the C heap, as
+    // in every program of a device (the engine has allocators of its own).
+    Device::keepLargeAllocationsInTheHeap();
     EcoreGlibSource::attach();
     theApp = new PageApp(std::move(settings));  // lives as long as the process
 }
