@@ -81,14 +81,25 @@ ProcessMemory memoryOf(pid_t pid) {
     return memory;
 }
 
-std::uint64_t wakeUps(const std::vector<pid_t>& pids) {
-    std::uint64_t total = 0;
+WakeUps wakeUps(const std::vector<pid_t>& pids) {
+    WakeUps threads;
     for (const pid_t pid : pids) {
         std::error_code error;
         for (const fs::directory_entry& thread :
              fs::directory_iterator("/proc/" + std::to_string(pid) + "/task", error)) {
-            total += switchesOf(thread.path().string() + "/status");
+            threads[std::stoi(thread.path().filename().string())] =
+                switchesOf(thread.path().string() + "/status");
         }
+    }
+    return threads;
+}
+
+std::uint64_t wakeUpsBetween(const WakeUps& before, const WakeUps& after) {
+    std::uint64_t total = 0;
+    for (const auto& [thread, switches] : after) {
+        const auto earlier = before.find(thread);
+        const std::uint64_t start = earlier == before.end() ? 0 : earlier->second;
+        total += switches > start ? switches - start : 0;
     }
     return total;
 }

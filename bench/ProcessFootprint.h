@@ -8,6 +8,7 @@
 #include <sys/types.h>
 
 #include <cstdint>
+#include <map>
 #include <string>
 #include <vector>
 
@@ -26,8 +27,14 @@ std::vector<pid_t> processTree(pid_t root);
 // The memory of one process (zeros when it is gone).
 ProcessMemory memoryOf(pid_t pid);
 
-// Context switches, voluntary and not, of every thread of `pids` so far.
-std::uint64_t wakeUps(const std::vector<pid_t>& pids);
+// Context switches, voluntary and not, of each thread of `pids` so far, by
+// thread id.
+using WakeUps = std::map<pid_t, std::uint64_t>;
+WakeUps wakeUps(const std::vector<pid_t>& pids);
+
+// The context switches between two readings: each thread's growth (a thread
+// made meanwhile counts whole, one that ended meanwhile not at all).
+std::uint64_t wakeUpsBetween(const WakeUps& before, const WakeUps& after);
 
 // Those of the process's main thread alone.
 std::uint64_t mainThreadWakeUps(pid_t pid);

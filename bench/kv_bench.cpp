@@ -449,11 +449,12 @@ void recordIdleWakeUps(pid_t host, double seconds, Figures& figures) {
         }
         web = name == "WebKitWebProces" ? pid : web;
     }
-    const std::uint64_t allBefore = KvBench::wakeUps(processes);
+    const KvBench::WakeUps allBefore = KvBench::wakeUps(processes);
     const std::uint64_t webBefore = KvBench::mainThreadWakeUps(web);
     std::this_thread::sleep_for(std::chrono::duration<double>(seconds));
     record(figures, "page-idle-wakeups", "1/s",
-           static_cast<double>(KvBench::wakeUps(processes) - allBefore) / seconds);
+           static_cast<double>(KvBench::wakeUpsBetween(allBefore, KvBench::wakeUps(processes))) /
+               seconds);
     record(figures, "page-idle-wakeups-web-main", "1/s",
            static_cast<double>(KvBench::mainThreadWakeUps(web) - webBefore) / seconds);
 }
@@ -486,17 +487,21 @@ void measurePageFootprint(const Settings& settings, Figures& figures) {
 }
 
 // Two pages beside two script apps: the throughput of 1 MiB messages, the
-// round trip, the start, and a page's memory and wake-ups.
+// round trip, the start, and a page's memory and wake-ups. Alone (--only
+// pages), the script apps' figures are measured here too, for the ratios.
 void measurePages(const Settings& settings, Figures& figures) {
+    const std::vector<std::string> throughput = {"throughput", std::to_string(settings.messageSize),
+                                                 std::to_string(settings.messages), "ascii",
+                                                 "plain"};
+    const std::vector<std::string> roundtrip = {"roundtrip", std::to_string(settings.pings)};
+    if (!settings.only.empty()) {
+        collect(scenarioRun(settings, 1, throughput), "sendData-ascii-plain-", figures);
+        collect(scenarioRun(settings, 1, roundtrip), "", figures);
+    }
     Hooks pages;
     pages.pages = true;
-    collect(scenarioRun(settings, 1,
-                        {"throughput", std::to_string(settings.messageSize),
-                         std::to_string(settings.messages), "ascii", "plain"},
-                        pages),
-            "page-sendData-ascii-plain-", figures);
-    collect(scenarioRun(settings, 1, {"roundtrip", std::to_string(settings.pings)}, pages), "page-",
-            figures);
+    collect(scenarioRun(settings, 1, throughput, pages), "page-sendData-ascii-plain-", figures);
+    collect(scenarioRun(settings, 1, roundtrip, pages), "page-", figures);
     measureStartToReady(settings, figures, false);
     measureStartToReady(settings, figures, true);
     measurePageFootprint(settings, figures);
