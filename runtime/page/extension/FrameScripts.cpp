@@ -57,8 +57,7 @@ FrameScripts::~FrameScripts() {
     // The document's script has ended, though its context may live on (the
     // plug-ins may hold its callbacks): they call none of them any more.
     ScriptExceptionHost::attach(
-        m_context,
-        [](JSValueRef) { LoggerW("an exception in a document that has gone; dropped"); },
+        m_context, [](JSValueRef) { LoggerW("an exception in a document that has gone; dropped"); },
         [] { return false; });
     Runtime::releaseRuntimeObject(m_context, JSContextGetGlobalObject(m_context));
     Runtime::silenceConsole(m_context, JSContextGetGlobalObject(m_context));
