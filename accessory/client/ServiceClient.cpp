@@ -61,6 +61,7 @@ void ServiceClient::connect(bool announce) {
                                             nullptr, nullptr);
     wire::Request request;
     request.mutable_hello()->set_version(kProtocolVersion);
+    request.mutable_hello()->set_acknowledges_detach(true);
     std::optional<wire::Reply> reply = call(request);
     if (!reply || reply->result() != 0) {
         lose("the service refused the hello");
@@ -284,8 +285,25 @@ void ServiceClient::dispatchPending() {
         if (event.has_register_confirm()) {
             holdUntilIdleWorkRan();
         }
+        if (isDetach(event)) {
+            confirmDetach();
+        }
     }
     m_dispatching = false;
+}
+
+bool ServiceClient::isDetach(const wire::Event& event) {
+    return event.has_device_status() && event.device_status().status() == wire::DEVICE_DETACHED;
+}
+
+// The app has been told of the detach and of everything before it: the
+// service may now say so in the link key, which the app watches too.
+void ServiceClient::confirmDetach() {
+    if (m_connection) {
+        wire::Request request;
+        request.mutable_detach_seen();
+        post(std::move(request));
+    }
 }
 
 void ServiceClient::holdUntilIdleWorkRan() {

@@ -15,6 +15,11 @@
 // just-registered agent, and data sent at once on a just-accepted connection,
 // thus find the agent registered and the script's listeners set.
 //
+// A detach that the service reports is confirmed to it once the app has been
+// told (the service writes the link key, which the app's plug-in also
+// watches, only then: so the app hears the failures of its pending requests
+// while it still knows its agents).
+//
 // When the daemon goes away, the device is reported detached (which ends
 // every connection of the app); the library then reconnects with a growing
 // pause and reports the device attached again when the service it finds is
@@ -97,6 +102,8 @@ private:
     // Tells the app's log that the link it uses is not secure.
     static void warnInsecure();
     void queue(wire::Event event);
+    static bool isDetach(const wire::Event& event);
+    void confirmDetach();
     void scheduleDispatch();
     void dispatchPending();
 

@@ -30,6 +30,10 @@ inline constexpr std::chrono::seconds kSlowReaderGrace(10);
 inline constexpr std::chrono::seconds kLinkPingInterval(1);
 inline constexpr std::chrono::seconds kLinkSilenceLimit(6);
 
+// How long the link key waits for the apps to hear of a detach (each app's
+// library confirms it) before it is written all the same.
+inline constexpr std::chrono::milliseconds kDetachNoticeLimit(1000);
+
 }  // namespace Accessory
 }  // namespace Kv
 

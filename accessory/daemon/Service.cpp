@@ -44,6 +44,7 @@ SessionId Service::addSession(std::shared_ptr<ClientChannel> channel, const std:
 }
 
 void Service::removeSession(SessionId id) {
+    detachHeard(id);
     std::vector<std::uint32_t> agents;
     for (const auto& [agentId, agent] : m_agents) {
         if (agent.session == id) {
@@ -74,6 +75,10 @@ void Service::handleRequest(SessionId id, wire::Request& request) {
     std::shared_ptr<ClientChannel> channel = found->second.channel;
     if (!found->second.greeted && !request.has_hello()) {
         channel->close("the first request is not a hello");
+        return;
+    }
+    if (request.has_detach_seen()) {
+        detachHeard(id);  // no reply
         return;
     }
     wire::ServiceMessage message;
@@ -144,6 +149,7 @@ wire::Reply Service::hello(Session& session, const wire::Hello& hello) {
         return resultReply(wire::RESULT_GENERAL);
     }
     session.greeted = true;
+    session.acknowledgesDetach = hello.acknowledges_detach();
     wire::Reply reply = resultReply(wire::RESULT_SUCCESS);
     reply.set_value(static_cast<std::int32_t>(kProtocolVersion));
     reply.set_attached(linked());
@@ -269,6 +275,7 @@ wire::Reply Service::accessory(std::uint32_t accessoryId) const {
 }
 
 void Service::onLinkUp(const std::string& peerName) {
+    finishDetachNotice();  // the key says down before it says up again
     ++m_linkSession;
     LoggerI("device attached: " << peerName);
     writeConnStatus(1);
@@ -279,16 +286,18 @@ void Service::onLinkUp(const std::string& peerName) {
     notifyAll(event);
 }
 
-void Service::onLinkSilent() {
-    wire::Event event;
-    event.mutable_service_error()->set_value(static_cast<std::uint32_t>(m_profile.deviceType));
-    event.mutable_service_error()->set_code(wire::SERVICE_ERROR_LINK_SILENT);
-    notifyAll(event);
-}
+// Told with the detach that follows at once (onLinkDown).
+void Service::onLinkSilent() { m_linkWentSilent = true; }
 
+// The apps hear what the link's loss ended in this order: the failures of
+// their pending searches, connection requests and file transfers first (an
+// app's plug-in forgets its agents on a service error or a detach, and would
+// drop a failure that came after either), then the service errors (data
+// that never left, a silent link), then the detach; the link key follows
+// once they have heard it (ServiceDetach.cpp).
 void Service::onLinkDown() {
     LoggerI("device detached");
-    reportLostData();
+    const std::vector<std::pair<SessionId, wire::Event>> lostData = takeLostData();
     std::vector<std::uint32_t> connections;
     for (const auto& [connectionId, connection] : m_connections) {
         connections.push_back(connectionId);
@@ -315,11 +324,21 @@ void Service::onLinkDown() {
     for (int transactionId : transfers) {
         finishTransfer(transactionId, wire::FILE_CONNECTION_LOST, std::nullopt);
     }
-    writeConnStatus(0);
+    for (const auto& [session, report] : lostData) {
+        notify(session, report);
+    }
+    if (m_linkWentSilent) {
+        m_linkWentSilent = false;
+        wire::Event silent;
+        silent.mutable_service_error()->set_value(static_cast<std::uint32_t>(m_profile.deviceType));
+        silent.mutable_service_error()->set_code(wire::SERVICE_ERROR_LINK_SILENT);
+        notifyAll(silent);
+    }
     wire::Event event;
     event.mutable_device_status()->set_device_type(m_profile.deviceType);
     event.mutable_device_status()->set_status(wire::DEVICE_DETACHED);
     notifyAll(event);
+    writeDetachOnceHeard();
 }
 
 void Service::onLinkMessage(wire::LinkMessage& message) {

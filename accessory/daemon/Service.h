@@ -19,6 +19,7 @@
 #include <map>
 #include <memory>
 #include <optional>
+#include <set>
 #include <string>
 
 #include "FramedChannel.h"
@@ -79,6 +80,8 @@ private:
         // Decided at its first registration (maySessionRegister).
         std::optional<bool> mayRegister;
         std::string appName;
+        // Its library confirms each detach once its app has heard of it.
+        bool acknowledgesDetach = false;
     };
     struct Agent {
         std::uint32_t id = 0;
@@ -177,8 +180,18 @@ private:
     bool channelFull(std::uint32_t connectionId, std::uint32_t channelId);
     void queuedOnChannel(SessionId id, std::uint64_t tag, std::size_t bytes);
     void forgetChannelQueues(std::uint32_t connectionId);
-    // Tells each app whose data was still queued when the link went down.
-    void reportLostData();
+    // The reports for each app whose data was still queued when the link went
+    // down (service_error DATA_LOST); the queues are forgotten.
+    std::vector<std::pair<SessionId, wire::Event>> takeLostData();
+
+    // The detach in the link key (ServiceDetach.cpp). The apps' plug-ins
+    // forget their agents and connections when the key says the link is
+    // down; so the key says it only once every app has been told of all
+    // that the detach ended (failed searches, requests and transfers, lost
+    // data) and of the detach itself, or after kDetachNoticeLimit.
+    void writeDetachOnceHeard();
+    void detachHeard(SessionId id);
+    void finishDetachNotice();
 
     // Faults (ServiceFaults.cpp).
     void applyFault(const wire::LinkFault& fault);
@@ -252,6 +265,13 @@ private:
     bool m_waitingForRoom = false;  // senders are paused until the link drains
     // The apps behind which the link is not read, each with its deadline.
     std::map<SessionId, std::shared_ptr<asio::steady_timer>> m_slowReaders;
+    // The apps that have not confirmed the last detach yet, and the bound of
+    // the wait (ServiceDetach.cpp).
+    std::set<SessionId> m_detachUnheard;
+    asio::steady_timer m_detachNoticeTimer{m_io};
+    bool m_detachNoticePending = false;
+    // Supervision gave the link up: the detach that follows says so.
+    bool m_linkWentSilent = false;
     SessionId m_nextSession = 1;
     std::uint32_t m_nextAgent = 1;
     std::uint32_t m_nextConnection = 1;

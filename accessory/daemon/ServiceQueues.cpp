@@ -68,7 +68,8 @@ void Service::forgetChannelQueues(std::uint32_t connectionId) {
                           m_channelQueues.upper_bound(channelTag(connectionId, 0xffffu)));
 }
 
-void Service::reportLostData() {
+std::vector<std::pair<SessionId, wire::Event>> Service::takeLostData() {
+    std::vector<std::pair<SessionId, wire::Event>> reports;
     std::uint32_t reported = 0;
     for (const auto& [tag, queue] : m_channelQueues) {
         const auto connectionId = static_cast<std::uint32_t>(tag >> 16);
@@ -81,9 +82,10 @@ void Service::reportLostData() {
         wire::Event event;
         event.mutable_service_error()->set_value(connectionId);
         event.mutable_service_error()->set_code(wire::SERVICE_ERROR_DATA_LOST);
-        notify(queue.session, event);
+        reports.emplace_back(queue.session, std::move(event));
     }
     m_channelQueues.clear();
+    return reports;
 }
 
 }  // namespace Accessory

@@ -144,15 +144,15 @@ void DevicePair::startBeta(unsigned short port, const std::vector<std::string>& 
     startDaemon(m_beta, arguments);
 }
 
-void DevicePair::killBeta() {
-    const std::optional<std::string> text = Kv::Device::readFile(m_beta + "/accessoryd.pid");
+void DevicePair::killDaemon(const std::string& device) {
+    const std::optional<std::string> text = Kv::Device::readFile(device + "/accessoryd.pid");
     ASSERT_TRUE(text.has_value());
     const pid_t pid = static_cast<pid_t>(std::stol(*text));
     ::kill(pid, SIGKILL);
     while (Kv::Device::processRunning(pid)) {
         std::this_thread::sleep_for(milliseconds(5));
     }
-    ::unlink((m_beta + "/accessoryd.pid").c_str());
+    ::unlink((device + "/accessoryd.pid").c_str());
 }
 
 void DevicePair::setLink(const std::string& device, bool enabled) {

@@ -56,7 +56,8 @@ public:
     void startBeta(unsigned short port = 0, const std::vector<std::string>& extra = {});
     unsigned short alphaPort() const { return m_port; }
     // Stops a daemon with SIGKILL (nothing is cleaned up by it).
-    void killBeta();
+    void killBeta() { killDaemon(m_beta); }
+    void killAlpha() { killDaemon(m_alpha); }
     void setLink(const std::string& device, bool enabled);
     bool linked(const std::string& device);
     // Waits until the device's link is up (or down); false after the timeout.
@@ -67,6 +68,8 @@ public:
     const std::string& beta() const { return m_beta; }
 
 private:
+    void killDaemon(const std::string& device);
+
     std::string m_base;
     std::string m_alpha;
     std::string m_beta;

@@ -190,6 +190,37 @@ TEST_F(LinkFaultTest, ALongStallMidConversationEndsItOnBothSides) {
     expectLinkBack();
 }
 
+// A search under way when the link goes ends in an error at the script, so
+// that an app that searches again on an error goes on.
+class PendingSearchTest : public LinkFaultTest, public testing::WithParamInterface<std::string> {};
+
+TEST_P(PendingSearchTest, EndsInAnErrorWhenTheLinkGoes) {
+    start({"search-again", "2000"});
+    ASSERT_TRUE(apps.phone->waitForOutput("phone: found over TRANSPORT_BT", seconds(20)))
+        << apps.both();
+    fault({"stall", "--seconds", "9"});  // the next search waits for an answer
+    apps.expectPhone("phone: searching again");
+    std::this_thread::sleep_for(milliseconds(300));
+    if (GetParam() == "detach") {
+        devices.setLink(devices.phone(), false);
+    } else if (GetParam() == "drop") {
+        fault({"drop"});
+    }  // "silence": the stall outlasts the link's supervision
+    ASSERT_TRUE(apps.phone->waitForOutput("phone: search error ", seconds(15))) << apps.both();
+    const bool noDevice =
+        apps.phone->output().find("phone: search error DEVICE_NOT_CONNECTED") != std::string::npos;
+    const bool timedOut =
+        apps.phone->output().find("phone: search error PEER_NOT_FOUND") != std::string::npos;
+    EXPECT_TRUE(noDevice || (GetParam() == "silence" && timedOut)) << apps.both();
+    apps.expectPhone(std::string("phone: device DETACHED ") + kDeviceStatusTransport, seconds(15));
+}
+
+INSTANTIATE_TEST_SUITE_P(EveryWayTheLinkGoes, PendingSearchTest,
+                         testing::Values("drop", "detach", "silence"),
+                         [](const testing::TestParamInfo<std::string>& info) {
+                             return info.param;
+                         });
+
 TEST_F(LinkFaultTest, AShortStallMidConversationLosesNothing) {
     fault(afterMessages({"stall", "--seconds", "2"}, 30));
     start({"talk", "200"});

@@ -8,6 +8,8 @@
 //   flood     connects and keeps sending messages of the largest size; says
 //             "phone: send refused <error>" when the first one is refused
 //   file N    sends documents/big.bin N times at once
+//   search-again MS   searches once more MS milliseconds after the first
+//             search found the watch ("phone: searching again")
 // Device status changes, connection ends and file outcomes are printed too.
 var situation = runtime.args[0];
 var count = Number(runtime.args[1] || 1);
@@ -113,6 +115,8 @@ function sendFiles(agent, peer) {
     }
 }
 
+var searchedAgain = false;
+
 webapis.kv.requestKvAgent(function (agents) {
     var agent = agents[0];
     agent.setServiceConnectionListener({
@@ -133,7 +137,15 @@ webapis.kv.requestKvAgent(function (agents) {
     agent.setPeerAgentFindListener({
         onpeeragentfound: function (peer) {
             log('found over', peer.peerAccessory.transportType, 'max', peer.maxAllowedDataSize);
-            if (situation === 'file') {
+            if (situation === 'search-again') {
+                if (!searchedAgain) {
+                    searchedAgain = true;
+                    setTimeout(function () {
+                        log('searching again');
+                        agent.findPeerAgents();
+                    }, count);
+                }
+            } else if (situation === 'file') {
                 sendFiles(agent, peer);
             } else {
                 agent.requestServiceConnection(peer);
