@@ -468,6 +468,16 @@ TEST_F(PageHost, ListsThePageAmongTheInspectorsTargets) {
     page->finish(seconds(20));
 }
 
+TEST_F(PageHost, RunsAPageWhenStartedOnItsOwn) {
+    const std::string app = device.install("idle");
+    const ProcessResult result =
+        runProcess({KV_PAGE_HOST_PATH, "--device", device.dir(), app, "--plugin",
+                    KV_HOST_TEST_PLUGIN, "--timeout", "2"},
+                   {{"KV_PAGE_DISPLAY", "virtual"}, {"ECORE_NO_SYSTEM_MODULES", "1"}});
+    EXPECT_EQ(result.exitCode, 124) << result.err;
+    EXPECT_NE(result.out.find("idle: ready object"), std::string::npos) << result.out;
+}
+
 TEST_F(PageHost, RefusesPageOptionsForAScriptApp) {
     const std::string app = device.install("script-only");
     const ProcessResult result = device.run(app, with(PageDevice::hostTestPlugin(), {"--inspect"}));

@@ -19,10 +19,15 @@
 
 #include <gtk/gtk.h>
 
+#include <unistd.h>
+#include <cerrno>
 #include <cstdio>
 #include <cstdlib>
+#include <cstring>
 #include <exception>
+#include <filesystem>
 #include <set>
+#include <stdexcept>
 
 namespace {
 
@@ -119,6 +124,29 @@ int runPage(const Device::AppInfo& app, const Cli::Arguments& arguments) {
     return session.run();
 }
 
+// The program's own command line, for going round through kv-runtime.
+std::vector<std::string> ownCommandLine;
+
+// The engine's libraries start threads as soon as they are loaded, and a
+// process with threads can't enter a device. Started outside its device,
+// the page host goes through kv-runtime run (beside it), which enters the
+// device first and comes back here, in the same process.
+[[noreturn]] void enterThroughRuntime() {
+    std::error_code error;
+    const std::filesystem::path self = std::filesystem::read_symlink("/proc/self/exe", error);
+    const std::string runtime = (self.parent_path() / "kv-runtime").string();
+    std::vector<std::string> words = {"kv-runtime", "run"};
+    words.insert(words.end(), ownCommandLine.begin() + 1, ownCommandLine.end());
+    std::vector<char*> argv;
+    for (std::string& word : words) {
+        argv.push_back(word.data());
+    }
+    argv.push_back(nullptr);
+    execv(runtime.c_str(), argv.data());
+    throw std::runtime_error("cannot start " + runtime +
+                             " to enter the device: " + std::strerror(errno));
+}
+
 int run(const Cli::Arguments& arguments) {
     std::set<std::string> allowed = Runtime::runOptionNames();
     allowed.insert("device");
@@ -131,7 +159,9 @@ int run(const Cli::Arguments& arguments) {
     if (const auto device = arguments.value("device")) {
         Device::select(*device);
     }
-    Device::enter();
+    if (!Device::entered()) {
+        enterThroughRuntime();
+    }
     const std::optional<Device::AppInfo> app = Device::findApp(operands[0]);
     if (!app) {
         fail("unknown app '" + operands[0] + "': it is not installed on this device");
@@ -152,6 +182,7 @@ int run(const Cli::Arguments& arguments) {
 }  // namespace
 
 int main(int argc, char* argv[]) {
+    ownCommandLine.assign(argv, argv + argc);
     std::vector<Cli::Option> options = Runtime::runOptionList();
     options.push_back(Cli::kDeviceOption);
     const Cli::CommandLine commandLine("kv-page-host", kUsage, options);
