@@ -31,6 +31,11 @@ LinkTls::LinkTls(const std::string& deviceRoot)
     const IdentityFiles files = IdentityFiles::of(deviceRoot);
     SSL_CTX_set_min_proto_version(m_context.native_handle(), TLS1_3_VERSION);
     m_context.set_options(asio::ssl::context::no_compression);
+    // Every link proves both identities anew (the pinned certificates); no
+    // session is ever resumed, so none is kept and no tickets are issued:
+    // work and memory that no link would use.
+    SSL_CTX_set_session_cache_mode(m_context.native_handle(), SSL_SESS_CACHE_OFF);
+    SSL_CTX_set_num_tickets(m_context.native_handle(), 0);
     asio::error_code error;
     m_context.use_certificate_file(files.certificate, asio::ssl::context::pem, error);
     if (!error) {
