@@ -121,7 +121,11 @@ void JSCallbacksManager::makeCallback(JSContextRef context, JSObjectRef object,
     JSObjectCallAsFunction(context, callback, object, count, count > 0 ? arguments : nullptr,
                            &exception);
     if (exception != nullptr) {
-        LoggerE("callback threw: " << JSUtils::describeException(context, exception));
+        if (ScriptExceptionHost::scriptRuns(context)) {
+            LoggerE("callback threw: " << JSUtils::describeException(context, exception));
+        } else {
+            LoggerI("the callback ended the app");  // runtime.exit unwinding it
+        }
         ScriptExceptionHost::reportUncaught(context, exception);
     }
 }

@@ -97,6 +97,18 @@ TEST(HostAppTest, AFailedScriptCheckEndsTheAppWithCode1) {
     EXPECT_FALSE(contains(result.err, "Sanitizer")) << result.err;
 }
 
+TEST(HostAppTest, AnExitInAPluginsCallbackEndsTheAppWithoutAnError) {
+    HostDevice device;
+    const std::string appId = device.install("callback-exits");
+    const ProcessResult result = device.runWithPlugins(appId, KV_TEST_PLUGINS_DIR);
+    EXPECT_EQ(result.exitCode, 5) << result.err;
+    EXPECT_EQ(result.out, "device ATTACHED\n");
+    EXPECT_EQ(result.err, "");
+    EXPECT_FALSE(contains(device.log(), "callback threw")) << device.log();
+    EXPECT_FALSE(contains(device.log(), " E/")) << device.log();
+    EXPECT_TRUE(contains(device.log(), "ended the app")) << device.log();
+}
+
 TEST(HostAppTest, WhatAPluginsCallbackThrowsIsUncaughtAndEndsTheAppWithCode1) {
     HostDevice device;
     const std::string appId = device.install("callback-throws");

@@ -143,8 +143,12 @@ void JSCallbackManager::makeCallback(JSObjectRef callback, const JSValueRef argu
     JSObjectCallAsFunction(m_context, callback, m_object, count, count > 0 ? arguments : nullptr,
                            &exception);
     if (exception != nullptr) {
-        LoggerE("The " << role
-                       << " callback threw: " << JSUtils::describeException(m_context, exception));
+        if (ScriptExceptionHost::scriptRuns(m_context)) {
+            LoggerE("The " << role << " callback threw: "
+                           << JSUtils::describeException(m_context, exception));
+        } else {
+            LoggerI("The " << role << " callback ended the app");  // runtime.exit unwinding it
+        }
         ScriptExceptionHost::reportUncaught(m_context, exception);
     }
 }
