@@ -1,7 +1,8 @@
 #!/usr/bin/env bash
 # Writes a new app folder to start from.
 #
-#   new-app.sh NAME --provider|--consumer [--page] [--profile ID] [DIR]
+#   kv new NAME --provider|--consumer [--page] [--profile ID] [DIR]
+#   kv new --help | --version
 #
 # NAME: letters, digits, "-" and "_", starting with a letter (e.g. my-watch).
 # --provider: the app offers the service: it accepts every connection and
@@ -21,12 +22,15 @@
 # with: ./kv pair-run PROVIDER_DIR CONSUMER_DIR
 set -euo pipefail
 
-usage() {
-    awk 'NR > 1 && /^#/ { sub(/^# ?/, ""); print; next } NR > 1 { exit }' "${BASH_SOURCE[0]}" >&2
-    exit 2
-}
+CLI_PROGRAM="kv new"
+CLI_COMMAND="./kv new"
+CLI_SCRIPT="${BASH_SOURCE[0]}"
+# shellcheck source=tools/cli.sh
+. "$(dirname "${BASH_SOURCE[0]}")/cli.sh"
+cli_answer_help_and_version "$@"
+
 fail() {
-    printf 'new: %s\n' "$*" >&2
+    printf 'kv new: %s\n' "$*" >&2
     exit 1
 }
 
@@ -40,15 +44,22 @@ while [ $# -gt 0 ]; do
         --provider) ROLE=provider; shift ;;
         --consumer) ROLE=consumer; shift ;;
         --page) PAGE=1; shift ;;
-        --profile) [ $# -ge 2 ] || usage; PROFILE="$2"; shift 2 ;;
-        -*) usage ;;
+        --profile) [ $# -ge 2 ] || cli_usage_error "--profile needs a profile id"; PROFILE="$2"; shift 2 ;;
+        -*) cli_usage_error "unknown option '$1'" ;;
         *)
-            if [ -z "$NAME" ]; then NAME="$1"; elif [ -z "$DIR" ]; then DIR="$1"; else usage; fi
+            if [ -z "$NAME" ]; then
+                NAME="$1"
+            elif [ -z "$DIR" ]; then
+                DIR="$1"
+            else
+                cli_usage_error "unexpected argument '$1'"
+            fi
             shift
             ;;
     esac
 done
-[ -n "$NAME" ] && [ -n "$ROLE" ] || usage
+[ -n "$NAME" ] || cli_usage_error "a NAME is needed"
+[ -n "$ROLE" ] || cli_usage_error "say --provider or --consumer"
 [[ "$NAME" =~ ^[A-Za-z][A-Za-z0-9_-]{0,40}$ ]] ||
     fail "bad name \"$NAME\": use letters, digits, - and _, starting with a letter"
 [[ "$PROFILE" =~ ^[^[:space:]\"\<\>\&]{1,255}$ ]] ||

@@ -1,7 +1,8 @@
 #!/usr/bin/env bash
 # Runs two apps on a fresh pair of emulated devices and shows what they did.
 #
-#   pair-run.sh [OPTIONS] APP_A APP_B [-- ARGUMENT...]
+#   kv pair-run [OPTIONS] APP_A APP_B [-- ARGUMENT...]
+#   kv pair-run --help | --version
 #
 # APP_A is installed on a fresh "watch" (a round 360x360 screen), APP_B on a
 # fresh "phone" (412x892); the two devices are paired and their accessory
@@ -27,14 +28,23 @@
 #   --every MS             and one every MS milliseconds, DIR/watch/<ms>.png, DIR/phone/<ms>.png
 #   --verbose              platform logs go into the transcript instead of log files
 #
-# Exits with 0 when both apps ended with 0, 1 when one did not, 2 on a usage error.
+# Exits with 0 when both apps ended with 0, 1 when one did not, 2 on a usage
+# error (one line that names it).
 set -euo pipefail
 
 ROOT="$(cd "$(dirname "${BASH_SOURCE[0]}")/.." && pwd)"
 
-usage() {
-    awk 'NR > 1 && /^#/ { sub(/^# ?/, ""); print; next } NR > 1 { exit }' "${BASH_SOURCE[0]}" >&2
-    exit 2
+CLI_PROGRAM="kv pair-run"
+CLI_COMMAND="./kv pair-run"
+CLI_SCRIPT="${BASH_SOURCE[0]}"
+# shellcheck source=tools/cli.sh
+. "$ROOT/tools/cli.sh"
+cli_answer_help_and_version "$@"
+
+# A value an option needs: "needs" says what it must be.
+need() {
+    local option="$1" count="$2" needs="$3"
+    [ "$count" -ge 2 ] || cli_usage_error "$option needs $needs"
 }
 fail() {
     printf 'pair-run: %s\n' "$*" >&2
@@ -55,22 +65,31 @@ ARGS=()
 
 while [ $# -gt 0 ]; do
     case "$1" in
-        --build) [ $# -ge 2 ] || usage; BUILD="$2"; shift 2 ;;
-        --work) [ $# -ge 2 ] || usage; WORK="$2"; shift 2 ;;
-        --timeout) [ $# -ge 2 ] && [[ "$2" =~ ^[0-9]+$ ]] || usage; TIMEOUT="$2"; shift 2 ;;
-        --watch-file) [ $# -ge 3 ] || usage; WATCH_FILES+=("$2" "$3"); shift 3 ;;
-        --phone-file) [ $# -ge 3 ] || usage; PHONE_FILES+=("$2" "$3"); shift 3 ;;
+        --build) need "$1" $# "a build folder"; BUILD="$2"; shift 2 ;;
+        --work) need "$1" $# "a folder"; WORK="$2"; shift 2 ;;
+        --timeout)
+            need "$1" $# "a whole number of seconds"
+            [[ "$2" =~ ^[0-9]+$ ]] || cli_usage_error "--timeout needs a whole number of seconds, not '$2'"
+            TIMEOUT="$2"; shift 2 ;;
+        --watch-file | --phone-file)
+            [ $# -ge 3 ] || cli_usage_error "$1 needs a FILE and a device PATH"
+            if [ "$1" = --watch-file ]; then WATCH_FILES+=("$2" "$3"); else PHONE_FILES+=("$2" "$3"); fi
+            shift 3 ;;
         --insecure) INSECURE=(--insecure); shift ;;
-        --screenshots) [ $# -ge 2 ] || usage; SCREENSHOTS="$2"; shift 2 ;;
-        --every) [ $# -ge 2 ] && [[ "$2" =~ ^[0-9]+$ ]] || usage; EVERY="$2"; shift 2 ;;
+        --screenshots) need "$1" $# "a folder"; SCREENSHOTS="$2"; shift 2 ;;
+        --every)
+            need "$1" $# "a number of milliseconds"
+            [[ "$2" =~ ^[0-9]+$ ]] || cli_usage_error "--every needs a number of milliseconds, not '$2'"
+            EVERY="$2"; shift 2 ;;
         --verbose) VERBOSE=1; shift ;;
         --) shift; ARGS=("$@"); break ;;
-        -*) usage ;;
+        -*) cli_usage_error "unknown option '$1'" ;;
         *) APPS+=("$1"); shift ;;
     esac
 done
-[ "${#APPS[@]}" -eq 2 ] || usage
-[ -z "$EVERY" ] || [ -n "$SCREENSHOTS" ] || usage
+[ "${#APPS[@]}" -eq 2 ] ||
+    cli_usage_error "two app folders are needed (a watch app and a phone app), not ${#APPS[@]}"
+[ -z "$EVERY" ] || [ -n "$SCREENSHOTS" ] || cli_usage_error "--every goes with --screenshots DIR"
 
 RUNTIME="$BUILD/runtime/kv-runtime"
 ACCESSORY="$BUILD/accessory/kv-accessory"

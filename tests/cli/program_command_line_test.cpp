@@ -74,6 +74,9 @@ std::vector<Program> programs() {
                              {"kv-accessory", KV_ACCESSORY_TOOL_PATH},
                              {"kv-device", KV_DEVICE_TOOL_PATH},
                              {"kv-vconf", KV_VCONF_TOOL_PATH}};
+#ifdef KV_PAGE_HOST_PATH
+    all.push_back({"kv-page-host", KV_PAGE_HOST_PATH});
+#endif
 #ifdef KV_RUNTIME_PATH
     all.push_back({"kv-runtime", KV_RUNTIME_PATH});
 #endif
