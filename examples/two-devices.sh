@@ -8,7 +8,8 @@
 #   two-devices.sh BUILD_DIR [WORK_DIR]
 # The apps run under tools/pair-run.sh, which prints their transcript and the
 # results; this script adds the report file that the phone sends and checks
-# that it arrived whole.
+# that it arrived whole. The samples' types are checked by the tests, not at
+# each run.
 set -euo pipefail
 
 BUILD="$(cd "${1:?usage: two-devices.sh BUILD_DIR [WORK_DIR]}" && pwd)"
@@ -33,7 +34,7 @@ if [ -n "${DISPLAY:-}${WAYLAND_DISPLAY:-}" ] && [ "${KV_PAGE_DISPLAY:-}" != virt
 fi
 
 status=0
-"$EXAMPLES/../tools/pair-run.sh" --build "$BUILD" --work "$WORK" --timeout "$TIMEOUT" \
+"$EXAMPLES/../tools/pair-run.sh" --build "$BUILD" --work "$WORK" --no-check --timeout "$TIMEOUT" \
     --screenshots "$WORK/screens" --phone-file "$report" /opt/usr/media/Documents/report.txt \
     "$EXAMPLES/watch-sensor" "$EXAMPLES/phone-monitor" "${APP_ARGS[@]}" || status=$?
 [ "$status" -eq 0 ] || fail "an app failed (see the results above)"

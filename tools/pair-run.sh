@@ -27,6 +27,8 @@
 #                          DIR/phone.png when each app ends
 #   --every MS             and one every MS milliseconds, DIR/watch/<ms>.png, DIR/phone/<ms>.png
 #   --verbose              platform logs go into the transcript instead of log files
+#   --no-check             do not check the apps' scripts against the type declarations first
+#                          (./kv check; a mistake it finds stops the run before the devices start)
 #
 # Exits with 0 when both apps ended with 0, 1 when one did not, 2 on a usage
 # error (one line that names it).
@@ -56,6 +58,7 @@ WORK=""
 TIMEOUT=60
 INSECURE=()
 VERBOSE=0
+CHECK=1
 SCREENSHOTS=""
 EVERY=""
 WATCH_FILES=()
@@ -82,6 +85,7 @@ while [ $# -gt 0 ]; do
             [[ "$2" =~ ^[0-9]+$ ]] || cli_usage_error "--every needs a number of milliseconds, not '$2'"
             EVERY="$2"; shift 2 ;;
         --verbose) VERBOSE=1; shift ;;
+        --no-check) CHECK=0; shift ;;
         --) shift; ARGS=("$@"); break ;;
         -*) cli_usage_error "unknown option '$1'" ;;
         *) APPS+=("$1"); shift ;;
@@ -102,6 +106,18 @@ for app in "${APPS[@]}"; do
     [ -f "$app/config.xml" ] || fail "$app is no app folder (it has no config.xml)"
 done
 
+say() { printf '==> %s\n' "$*"; }
+
+if [ "$CHECK" = 1 ]; then
+    check_status=0
+    "$ROOT/tools/check-apps.sh" "${APPS[@]}" || check_status=$?
+    case "$check_status" in
+        0) ;;
+        77) say "type check skipped: no TypeScript compiler (./kv setup installs it)" ;;
+        *) fail "the apps do not pass the type check above (./kv check; --no-check runs them all the same)" ;;
+    esac
+fi
+
 if [ -z "$WORK" ]; then
     WORK="$(mktemp -d "${TMPDIR:-/tmp}/kv-pair.XXXXXX")"
 fi
@@ -113,7 +129,6 @@ PHONE="$WORK/phone"
 stop_devices() { "$ACCESSORY" stop "$WATCH" "$PHONE" >/dev/null 2>&1 || true; }
 trap stop_devices EXIT
 
-say() { printf '==> %s\n' "$*"; }
 
 # Puts the host files of a FILE PATH list into a device.
 put_files() {

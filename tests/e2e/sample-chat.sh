@@ -30,7 +30,7 @@ LINES=(hello "secret: the door code is 4711" "how is the weather?" bye)
 
 if [ "$MODE" = insecure ]; then
     status=0
-    "$ROOT/tools/pair-run.sh" --build "$BUILD" --work "$WORK" --timeout 60 --insecure \
+    "$ROOT/tools/pair-run.sh" --build "$BUILD" --work "$WORK" --no-check --timeout 60 --insecure \
         "$ROOT/examples/watch-chat" "$ROOT/examples/phone-chat" -- "${LINES[@]}" || status=$?
     [ "$status" -eq 0 ] || fail "pair-run ended with $status"
     expect "phone: not authenticated: TokenNotGeneratedError"
@@ -44,7 +44,7 @@ if [ "$MODE" = insecure ]; then
 fi
 [ "$MODE" = secure ] || fail "unknown mode $MODE"
 
-"$ROOT/tools/pair-run.sh" --build "$BUILD" --work "$WORK" --timeout 60 \
+"$ROOT/tools/pair-run.sh" --build "$BUILD" --work "$WORK" --no-check --timeout 60 \
     "$ROOT/examples/watch-chat" "$ROOT/examples/phone-chat" -- \
     --reject-first --drop-after 1 --interval 400 "${LINES[@]}" >"$WORK/pair-run.txt" 2>&1 &
 runner=$!
