@@ -95,19 +95,13 @@ done
     cli_usage_error "two app folders are needed (a watch app and a phone app), not ${#APPS[@]}"
 [ -z "$EVERY" ] || [ -n "$SCREENSHOTS" ] || cli_usage_error "--every goes with --screenshots DIR"
 
-RUNTIME="$BUILD/runtime/kv-runtime"
-ACCESSORY="$BUILD/accessory/kv-accessory"
-DEVICE_TOOL="$BUILD/platform/device/kv-device"
-PLUGINS="$BUILD/plugins"
-for program in "$RUNTIME" "$ACCESSORY" "$DEVICE_TOOL"; do
-    [ -x "$program" ] || fail "$program is missing: build first (./kv build)"
-done
 for app in "${APPS[@]}"; do
     [ -f "$app/config.xml" ] || fail "$app is no app folder (it has no config.xml)"
 done
 
 say() { printf '==> %s\n' "$*"; }
 
+# A mistake in an app's scripts stops the run before anything starts.
 if [ "$CHECK" = 1 ]; then
     check_status=0
     "$ROOT/tools/check-apps.sh" "${APPS[@]}" || check_status=$?
@@ -117,6 +111,14 @@ if [ "$CHECK" = 1 ]; then
         *) fail "the apps do not pass the type check above (./kv check; --no-check runs them all the same)" ;;
     esac
 fi
+
+RUNTIME="$BUILD/runtime/kv-runtime"
+ACCESSORY="$BUILD/accessory/kv-accessory"
+DEVICE_TOOL="$BUILD/platform/device/kv-device"
+PLUGINS="$BUILD/plugins"
+for program in "$RUNTIME" "$ACCESSORY" "$DEVICE_TOOL"; do
+    [ -x "$program" ] || fail "$program is missing: build first (./kv build)"
+done
 
 if [ -z "$WORK" ]; then
     WORK="$(mktemp -d "${TMPDIR:-/tmp}/kv-pair.XXXXXX")"
