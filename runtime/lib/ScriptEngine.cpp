@@ -33,7 +33,9 @@ int signalFromEnvironment() {
     return *end == '\0' && signal > 0 && signal <= SIGRTMAX ? static_cast<int>(signal) : 0;
 }
 
-void configureGcSignal() {
+// Gives the engine its signal; false when the engine runs already, with the
+// signal it started with.
+bool configureGcSignal() {
     const int fromEnvironment = signalFromEnvironment();
     const int signal = fromEnvironment ? fromEnvironment : defaultGcSignal();
     auto configure =
@@ -42,12 +44,20 @@ void configureGcSignal() {
         // The engine's option parser also reads JSC_* variables and reports
         // this one as an invalid option on stderr, so it is not set here.
         if (!configure(signal)) {
-            LoggerW("the script engine was started before its GC signal could be set");
+            LoggerI("the script engine started before its GC signal could be set: it keeps its own");
+            return false;
         }
     } else if (!fromEnvironment) {
         setenv(kGcSignalVariable, std::to_string(signal).c_str(), 0);
     }
     LoggerD("script engine suspends threads with signal " << signal);
+    return true;
+}
+
+// The signal an engine that started on its own suspends threads with.
+int engineStartedSignal() {
+    const int fromEnvironment = signalFromEnvironment();
+    return fromEnvironment ? fromEnvironment : SIGUSR1;
 }
 
 }  // namespace
@@ -67,8 +77,17 @@ void prepareScriptEngine() {
         // signal for suspending threads during garbage collection. The engine
         // gets a real-time signal that no one else handles instead, or a
         // collection that suspends a thread would never see it resume.
+        //
+        // An engine that started before (a plug-in linked into the program
+        // made its script classes when it was loaded) has its signal and its
+        // handler already: ecore's must not replace that handler.
+        struct sigaction engineHandler {};
+        sigaction(engineStartedSignal(), nullptr, &engineHandler);
         DPL::MainLoop::Instance();
-        configureGcSignal();
+        if (!configureGcSignal() && engineHandler.sa_handler != SIG_DFL &&
+            engineHandler.sa_handler != SIG_IGN) {
+            sigaction(engineStartedSignal(), &engineHandler, nullptr);
+        }
         return true;
     }();
     (void)prepared;
