@@ -44,7 +44,8 @@ bool configureGcSignal() {
         // The engine's option parser also reads JSC_* variables and reports
         // this one as an invalid option on stderr, so it is not set here.
         if (!configure(signal)) {
-            LoggerI("the script engine started before its GC signal could be set: it keeps its own");
+            LoggerI(
+                "the script engine started before its GC signal could be set: it keeps its own");
             return false;
         }
     } else if (!fromEnvironment) {
