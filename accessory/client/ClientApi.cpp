@@ -113,7 +113,9 @@ int terminateServiceConnection(unsigned int connectionId) {
 
 static int send(unsigned int connectionId, unsigned short channelId, unsigned int length,
                 const char* data, bool secure) {
-    if (data == nullptr && length > 0) {
+    // More than any link carries is a bad argument: it would not even fit a
+    // request, and nothing of it is sent.
+    if ((data == nullptr && length > 0) || length > KVP_MAX_DATA_SIZE) {
         return KVP_ERROR_INVALID;
     }
     const auto fill = [&](wire::Request& request) {

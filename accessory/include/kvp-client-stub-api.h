@@ -37,6 +37,15 @@ enum kvp_result {
 #define KVP_PATH_BUFFER_SIZE 256
 
 /*
+ * The largest data, in bytes, that one sendData or sendSecureData may carry on
+ * any link: a longer send is refused with KVP_ERROR_INVALID and nothing of it
+ * is sent. A slower link may take less; a peer's maxAllowedDataSize is what
+ * its link takes (never more than this), and the service refuses a longer
+ * send on that link with KVP_ERROR_GENERAL.
+ */
+#define KVP_MAX_DATA_SIZE 1048576u
+
+/*
  * A remote service agent as the service reports it: two numbers, then five
  * texts. The texts are owned by whoever hands the record over; a receiver that
  * keeps a record copies it.

@@ -8,6 +8,7 @@
 #include "KvSocket.h"
 
 #include <dpl/shared_ptr.h>
+#include <kvp-client-stub-api.h>
 
 #include <JavaScriptCore/JavaScript.h>
 
@@ -20,8 +21,10 @@ typedef DPL::SharedPtr<KvSocket> KvSocketPtr;
 
 class JSKvSocket {
 public:
-    // The largest data string, in bytes, that one send may carry.
-    static constexpr size_t MAX_DATA_SIZE = 0x100000;
+    // The largest data string, in bytes, that one send may carry: the
+    // accessory service's own bound, so what a peer agent reports as its
+    // maxAllowedDataSize is exactly what a send may carry.
+    static constexpr size_t MAX_DATA_SIZE = KVP_MAX_DATA_SIZE;
 
     static const JSClassDefinition* getClassInfo();
     static JSClassRef getClassRef();

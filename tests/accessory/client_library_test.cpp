@@ -242,6 +242,26 @@ TEST_F(ClientLibraryTest, CarriesDataBothWaysAndEndsTheConnectionOnBothSides) {
     EXPECT_FALSE(recorder.calledInsideCall);
 }
 
+// The bound of one send holds at the library: exactly that much crosses
+// whole, a byte more is refused without anything sent, and the connection
+// goes on.
+TEST_F(ClientLibraryTest, CarriesTheLargestDataAndRefusesAByteMore) {
+    WireClient consumer(devices->alpha(), kConsumerApp);
+    const auto [remote, local] = connectFrom(consumer);
+    const std::string largest(KVP_MAX_DATA_SIZE + 1, 'm');
+    EXPECT_EQ(sendData(local, 101, KVP_MAX_DATA_SIZE + 1, largest.data()), KVP_ERROR_INVALID);
+    EXPECT_EQ(sendSecureData(local, 101, KVP_MAX_DATA_SIZE + 1, largest.data()), KVP_ERROR_INVALID);
+    ASSERT_EQ(request([&] { return sendData(local, 101, KVP_MAX_DATA_SIZE, largest.data()); }),
+              KVP_SUCCESS);
+    ASSERT_EQ(sendData(local, 102, 4, "next"), KVP_SUCCESS);
+    auto event = consumer.waitEvent(isData(remote));
+    ASSERT_TRUE(event.has_value());
+    EXPECT_EQ(event->data().data(), largest.substr(0, KVP_MAX_DATA_SIZE));
+    event = consumer.waitEvent(isData(remote));
+    ASSERT_TRUE(event.has_value());
+    EXPECT_EQ(event->data().data(), "next");
+}
+
 TEST_F(ClientLibraryTest, SendsOnAnOpenConnectionWithoutWaitingForTheService) {
     WireClient consumer(devices->alpha(), kConsumerApp);
     const auto [remote, local] = connectFrom(consumer);

@@ -3,6 +3,7 @@
 #include <gtest/gtest.h>
 #include <kv-device/AppRegistry.h>
 #include <kv-device/Device.h>
+#include <kvp-client-stub-api.h>
 #include <vconf.h>
 
 #include "AccessoryTestSupport.h"
@@ -180,7 +181,8 @@ TEST_F(DaemonServiceTest, AStalePeerRecordIsAnInvalidPeer) {
 
 TEST_F(DaemonServiceTest, DeliversDataInOrderAndUnchangedOnEveryChannel) {
     const auto [consumerConnection, providerConnection] = openEcho();
-    std::string big(1024 * 1024, 'x');
+    // With the round's digit, the largest data a send may carry.
+    std::string big(KVP_MAX_DATA_SIZE - 1, 'x');
     for (std::size_t i = 0; i < big.size(); ++i) {
         big[i] = static_cast<char>(i * 31 % 251);
     }

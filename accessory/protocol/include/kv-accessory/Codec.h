@@ -14,6 +14,7 @@
 #include <string_view>
 
 #include "kv_accessory.pb.h"
+#include "kvp-client-stub-api.h"
 
 namespace Kv {
 namespace Accessory {
@@ -28,9 +29,11 @@ inline constexpr std::uint32_t kProtocolVersion = 1;
 // broken or hostile: its session is closed.
 inline constexpr std::size_t kMaxFrameSize = 4u * 1024u * 1024u;
 
-// The largest data one sendData may carry (the rest of a frame is headroom
-// for the message around it).
-inline constexpr std::size_t kMaxDataSize = 2u * 1024u * 1024u;
+// The largest data one sendData may carry, the same bound that the client
+// library announces to applications (the rest of a frame is headroom for the
+// message around it).
+inline constexpr std::size_t kMaxDataSize = KVP_MAX_DATA_SIZE;
+static_assert(kMaxDataSize < kMaxFrameSize, "a frame holds the largest data with its message");
 
 inline constexpr std::size_t kFrameHeaderSize = 4;
 
