@@ -1,6 +1,7 @@
 #include "ServiceProfile.h"
 
 #include <Logger.h>
+#include <kv-accessory/ProfileLocation.h>
 #include <kv-accessory/ServiceProfileReader.h>
 #include <kv-device/AppRegistry.h>
 #include <sys/stat.h>
@@ -14,7 +15,6 @@ namespace Accessory {
 
 namespace {
 
-const char* const kLocationKey = "AccessoryServicesLocation";
 const std::uint16_t kDefaultTimeoutSeconds = 30;
 
 // The link's write priority (1 high, 2 medium, 3 low) of a channel's
@@ -118,16 +118,6 @@ const std::vector<ServiceProfile>& appProfiles(const std::string& appId, const s
     return entry.profiles;
 }
 
-std::string profileLocation(const Device::AppInfo& app) {
-    std::string location;
-    for (const auto& [key, value] : app.metadata) {
-        if (key == kLocationKey) {
-            location = value;
-        }
-    }
-    return location;
-}
-
 // The path of the app's profile file, or nothing (logged) when the app or
 // its declaration of the file is missing.
 std::optional<std::string> profilePath(const std::string& appId) {
@@ -136,12 +126,12 @@ std::optional<std::string> profilePath(const std::string& appId) {
         LoggerW("app " << appId << " is not installed");
         return std::nullopt;
     }
-    const std::string location = profileLocation(*app);
+    const std::string location = profileLocation(app->metadata);
     if (location.empty()) {
         LoggerW("app " << appId << " declares no service profile file");
         return std::nullopt;
     }
-    return app->hostRoot + "/" + location;
+    return profilePathIn(app->hostRoot, location);
 }
 
 const ServiceProfile* findProfile(const std::vector<ServiceProfile>& profiles,

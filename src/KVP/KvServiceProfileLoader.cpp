@@ -5,6 +5,7 @@
 #include <pkgmgr-info.h>
 #include <unistd.h>
 
+#include <kv-accessory/ProfileLocation.h>
 #include <kv-accessory/ServiceProfileReader.h>
 #include <libxml/parser.h>
 
@@ -21,7 +22,6 @@ namespace {
 
 using namespace Kv::Accessory;
 
-const char* const kLocationMetadataKey = "AccessoryServicesLocation";
 const char* const kAppsRoot = "/opt/usr/apps/";
 const char* const kPackageWebFolder = "/res/wgt";
 
@@ -89,7 +89,7 @@ void appendAgentInits(KvAgentInitList& list, const std::vector<ServiceProfileRec
 // string that `userData` points to. It always returns 0 so that the walk
 // goes over every entry and the last entry with the key wins.
 int collectLocation(const char* key, const char* value, void* userData) {
-    if (key == nullptr || value == nullptr || std::strcmp(key, kLocationMetadataKey) != 0) {
+    if (key == nullptr || value == nullptr || std::strcmp(key, kProfileLocationKey) != 0) {
         return 0;
     }
     try {
@@ -181,7 +181,7 @@ std::string KvServiceProfileLoader::getServiceProfilePath() {
     }
     // Nothing is normalised: an empty package or a location that starts with
     // "/" gives a doubled slash, which the file system accepts.
-    return kAppsRoot + getPackageFromAppId(getAppId()) + kPackageWebFolder + "/" + location;
+    return profilePathIn(kAppsRoot + getPackageFromAppId(getAppId()) + kPackageWebFolder, location);
 }
 
 KvAgentInitListPtr KvServiceProfileLoader::parseXML(const std::string& path) {

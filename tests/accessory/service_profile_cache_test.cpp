@@ -47,6 +47,9 @@ protected:
         makeAppFolder(app, "profiles", kAppId,
                       std::string("  <metadata key=\"AccessoryServicesLocation\" value=\"") +
                           kLocation + "\"/>\n");
+        // The install checks the file; the test's own text goes into the
+        // installed copy, where the daemon reads it, broken or not.
+        writeEmptyProfile(app + "/" + kLocation);
         Kv::Device::installApp(app);
         writeTextFile(installedFile(), profiles);
     }

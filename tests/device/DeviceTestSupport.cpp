@@ -79,6 +79,10 @@ void writeTextFile(const std::string& path, const std::string& content) {
     file << content;
 }
 
+void writeEmptyProfile(const std::string& path) {
+    writeTextFile(path, "<?xml version=\"1.0\"?>\n<resources/>\n");
+}
+
 void makeAppFolder(const std::string& folder, const std::string& package, const std::string& appId,
                    const std::string& extra) {
     writeTextFile(folder + "/config.xml", appConfigXml(package, appId, extra));

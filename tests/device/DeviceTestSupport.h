@@ -50,6 +50,10 @@ std::string appConfigXml(const std::string& package, const std::string& appId,
 void writeTextFile(const std::string& path, const std::string& content);
 
 // Makes an app folder `folder` with a config.xml and a main.js.
+// Writes a service-profile file that declares no profile at `path`, so that
+// an app whose metadata names it installs.
+void writeEmptyProfile(const std::string& path);
+
 void makeAppFolder(const std::string& folder, const std::string& package, const std::string& appId,
                    const std::string& extra = {});
 

@@ -43,6 +43,8 @@ protected:
                                 const std::string& extra = {}) {
         const std::string folder = m_sources.path() + "/" + package;
         KvTest::makeAppFolder(folder, package, appId, extra);
+        // The file that kSensorExtra's last location names.
+        KvTest::writeEmptyProfile(folder + "/later.xml");
         return Kv::Device::installApp(folder);
     }
 

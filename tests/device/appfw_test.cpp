@@ -41,6 +41,7 @@ protected:
     void SetUp() override {
         KvTest::makeAppFolder(m_sources.path() + "/app", "wsensor01", "wsensor01.WatchSensor",
                               kExtra);
+        KvTest::writeEmptyProfile(m_sources.path() + "/app/later.xml");
         Kv::Device::installApp(m_sources.path() + "/app");
     }
 

@@ -86,10 +86,50 @@ TEST_F(ServiceProfileSchemaTest, EmptyResourcesInstall) {
     EXPECT_NO_THROW(install("<?xml version=\"1.0\"?><resources/>"));
 }
 
-TEST_F(ServiceProfileSchemaTest, AppWithoutProfileOrWithAMissingOneInstalls) {
+TEST_F(ServiceProfileSchemaTest, AppWithoutProfileInstalls) {
     EXPECT_NO_THROW(install("", ""));
-    EXPECT_NO_THROW(install(""));
     EXPECT_TRUE(Kv::Device::findApp("schema01.App").has_value());
+}
+
+// A mistyped location is an install error that quotes it and the path it
+// names; nothing is installed.
+TEST_F(ServiceProfileSchemaTest, ALocationThatNamesNoFileIsRefused) {
+    EXPECT_NE(installError("", kLocationMetadata).find("names no file"), std::string::npos);
+    const std::string error = installError(
+        profileFile(kValidProfiles),
+        "  <metadata key=\"AccessoryServicesLocation\" value=\"res/xml/acessoryservices.xml\"/>\n");
+    EXPECT_NE(error.find("config.xml: the AccessoryServicesLocation "
+                         "\"res/xml/acessoryservices.xml\" names no file: " +
+                         appFolder() + "/res/xml/acessoryservices.xml is missing"),
+              std::string::npos)
+        << error;
+    EXPECT_FALSE(Kv::Device::findApp("schema01.App").has_value());
+    EXPECT_NE(installError(profileFile(kValidProfiles),
+                           "  <metadata key=\"AccessoryServicesLocation\" value=\"/\"/>\n")
+                  .find("config.xml: the AccessoryServicesLocation \"/\" names no file"),
+              std::string::npos);
+    // A folder is no file either.
+    EXPECT_NE(installError(profileFile(kValidProfiles),
+                           "  <metadata key=\"AccessoryServicesLocation\" value=\"res/xml\"/>\n")
+                  .find("names no file"),
+              std::string::npos);
+}
+
+// A key that is all but the location key would leave the app without its
+// agents at run time: it is named at install.
+TEST_F(ServiceProfileSchemaTest, AMistypedLocationKeyIsRefused) {
+    for (const std::string key : {"AccessoryServiceLocation", "accessoryserviceslocation",
+                                  "AccessoryServicesLocaton", "AccesoryServicesLocations"}) {
+        const std::string error = installError(
+            profileFile(kValidProfiles),
+            "  <metadata key=\"" + key + "\" value=\"res/xml/accessoryservices.xml\"/>\n");
+        EXPECT_NE(error.find("config.xml: the metadata key \"" + key +
+                             "\" is not \"AccessoryServicesLocation\""),
+                  std::string::npos)
+            << error;
+    }
+    // Other keys are the app's business.
+    EXPECT_NO_THROW(install("", "  <metadata key=\"AccessoryLocation\" value=\"x\"/>\n"));
 }
 
 TEST_F(ServiceProfileSchemaTest, MalformedProfileIsRefusedWithFileAndLine) {

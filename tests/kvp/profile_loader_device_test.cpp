@@ -125,9 +125,11 @@ TEST_F(ProfileLoaderDeviceTest, ProcessThatRunsNoAppHasNoProfiles) {
               (std::vector<std::string>{"Fail to get appid", "xmlPath is wrong!"}));
 }
 
-TEST_F(ProfileLoaderDeviceTest, LocationNamingAMissingFileIsAnUnreadableProfile) {
-    installAndRun("kvtest01.Missing",
-                  R"(<metadata key="AccessoryServicesLocation" value="res/xml/none.xml"/>)");
+// The install checks that the file is there; one removed later is read as an
+// unreadable profile.
+TEST_F(ProfileLoaderDeviceTest, AProfileFileGoneAfterTheInstallIsUnreadable) {
+    installAndRun("kvtest01.Missing", kLocationMetadata);
+    ASSERT_TRUE(std::filesystem::remove(TestLoader().getServiceProfilePath()));
     DlogCapture capture;
     KvAgentInitListPtr profiles = KvServiceProfileLoader().getKvAgentInits();
     EXPECT_TRUE(profiles->empty());

@@ -1,5 +1,6 @@
 // The installed packages of a device: installing an app folder and looking
 // apps up by their config.xml files.
+#include <kv-accessory/ProfileLocation.h>
 #include <kv-device/AppRegistry.h>
 #include <kv-device/Device.h>
 #include <kv-device/ServiceProfileSchema.h>
@@ -8,6 +9,7 @@
 
 #include <unistd.h>
 #include <algorithm>
+#include <cctype>
 #include <filesystem>
 #include <stdexcept>
 #include <system_error>
@@ -16,6 +18,10 @@ namespace fs = std::filesystem;
 
 namespace Kv {
 namespace Device {
+
+using Accessory::kProfileLocationKey;
+using Accessory::profileLocation;
+using Accessory::profilePathIn;
 
 namespace {
 
@@ -87,38 +93,65 @@ void replaceFolder(const fs::path& staged, const fs::path& target) {
     fs::remove_all(old, error);
 }
 
-// The metadata key whose value names the app's service-profile file.
-constexpr char kProfileLocationKey[] = "AccessoryServicesLocation";
-
-// Checks the service-profile file that the app in `source` names, if any,
-// against the schema. As for the readers, the last entry of the key counts,
-// and the location is taken relative to the app folder (a leading "/" too).
-// A named file that is missing is only logged: the app then gets no agents,
-// as it would without the metadata.
-void checkProfileOf(const fs::path& source, const AppInfo& info) {
-    std::string location;
-    for (const auto& [key, value] : info.metadata) {
-        if (key == kProfileLocationKey) {
-            location = value;
+// The number of single-letter edits (ignoring letter case) that turn `a`
+// into `b`.
+std::size_t editDistance(const std::string& a, const std::string& b) {
+    std::vector<std::size_t> row(b.size() + 1);
+    for (std::size_t j = 0; j <= b.size(); ++j) {
+        row[j] = j;
+    }
+    for (std::size_t i = 1; i <= a.size(); ++i) {
+        std::size_t diagonal = row[0];
+        row[0] = i;
+        for (std::size_t j = 1; j <= b.size(); ++j) {
+            const bool same = std::tolower(static_cast<unsigned char>(a[i - 1])) ==
+                              std::tolower(static_cast<unsigned char>(b[j - 1]));
+            const std::size_t next = std::min({row[j] + 1, row[j - 1] + 1, diagonal + !same});
+            diagonal = row[j];
+            row[j] = next;
         }
     }
-    const std::string relative =
-        location.substr(std::min(location.find_first_not_of('/'), location.size()));
-    if (relative.empty()) {
+    return row[b.size()];
+}
+
+// Refuses a metadata key that is all but the profile location key: with it
+// the app would install fine and never find its profile.
+void checkLocationKey(const std::string& config, const AppInfo& info) {
+    for (const auto& [key, value] : info.metadata) {
+        if (key != kProfileLocationKey && editDistance(key, kProfileLocationKey) <= 3) {
+            throw std::runtime_error(config + ": the metadata key \"" + key + "\" is not \"" +
+                                     kProfileLocationKey +
+                                     "\": the app would never find its service-profile file");
+        }
+    }
+}
+
+// Checks the service-profile file that the app in `source` names, if any:
+// the location must name a file inside the app folder that exists and
+// passes the schema.
+void checkProfileOf(const fs::path& source, const AppInfo& info) {
+    const std::string config = (source / kAppConfigFile).string();
+    checkLocationKey(config, info);
+    const bool named =
+        std::any_of(info.metadata.begin(), info.metadata.end(),
+                    [](const auto& entry) { return entry.first == kProfileLocationKey; });
+    if (!named) {
         return;
     }
-    const fs::path inside = fs::path(relative).lexically_normal();
+    const std::string location = profileLocation(info.metadata);
+    const std::string quoted = std::string(kProfileLocationKey) + " \"" + location + "\"";
+    const fs::path profile = fs::path(profilePathIn(source.string(), location)).lexically_normal();
+    const fs::path inside = profile.lexically_relative(source);
+    if (location.find_first_not_of('/') == std::string::npos) {
+        throw std::runtime_error(config + ": the " + quoted + " names no file");
+    }
     if (inside.empty() || *inside.begin() == "..") {
-        throw std::runtime_error((source / kAppConfigFile).string() + ": the " +
-                                 kProfileLocationKey + " \"" + location +
-                                 "\" leaves the app folder");
+        throw std::runtime_error(config + ": the " + quoted + " leaves the app folder");
     }
-    const fs::path profile = source / inside;
     std::error_code error;
-    if (!fs::exists(profile, error)) {
-        LoggerW(profile.string() << ", named by " << kProfileLocationKey
-                                 << ", is missing: the app will get no accessory agents");
-        return;
+    if (!fs::is_regular_file(profile, error)) {
+        throw std::runtime_error(config + ": the " + quoted +
+                                 " names no file: " + profile.string() + " is missing");
     }
     checkServiceProfile(profile.string());
 }

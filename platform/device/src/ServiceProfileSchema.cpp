@@ -1,6 +1,7 @@
 // Checking a service-profile file against the built-in schema (libxml2's XML
 // Schema validator). The schema's text is generated into the library from
 // platform/device/schema/service-profile.xsd (see CMakeLists.txt).
+#include <kv-accessory/ServiceProfileReader.h>
 #include <kv-device/FileUtil.h>
 #include <kv-device/ServiceProfileSchema.h>
 
@@ -202,10 +203,12 @@ std::unique_ptr<xmlDoc, DocumentDeleter> readDocument(const std::string& path) {
     }
     std::error_code error;
     const std::uintmax_t size = std::filesystem::file_size(path, error);
-    if (!error && size > kMaxServiceProfileSize) {
+    using Kv::Accessory::kMaxServiceProfileFileSize;
+    if (!error && size > kMaxServiceProfileFileSize) {
         fail(path, 0,
              "the service-profile file has " + std::to_string(size) + " bytes; files above " +
-                 std::to_string(kMaxServiceProfileSize) + " bytes (256 KiB) are never read");
+                 std::to_string(kMaxServiceProfileFileSize) + " bytes (" +
+                 std::to_string(kMaxServiceProfileFileSize / 1024) + " KiB) are never read");
     }
     std::unique_ptr<xmlParserCtxt, ParserDeleter> parser(xmlNewParserCtxt());
     if (!parser) {

@@ -12,6 +12,8 @@
 //   writeFile(path, text)           writes a file at a path of the device (the
 //                                   app runs inside it), e.g. to change the
 //                                   app's service profile while it runs
+//   removeFile(path)                removes a file of the device, e.g. the
+//                                   app's service profile after its install
 // Wrong arguments throw a script Error naming the problem.
 #include "KvpClientDouble.h"
 #include "Notifications.h"
@@ -107,6 +109,16 @@ JSValueRef writeFile(const Arguments& arguments) {
     return nullptr;
 }
 
+JSValueRef removeFile(const Arguments& arguments) {
+    const std::string path = arguments.text(0);
+    std::error_code error;
+    if (!std::filesystem::remove(path, error)) {
+        throw std::runtime_error("cannot remove " + path +
+                                 (error ? ": " + error.message() : ": no such file"));
+    }
+    return nullptr;
+}
+
 const JSPropertyAttributes FUNCTION_ATTRIBUTES =
     kJSPropertyAttributeReadOnly | kJSPropertyAttributeDontDelete;
 
@@ -120,6 +132,7 @@ const JSStaticFunction functions[] = {
     {"deliver", method<deliverNotification>, FUNCTION_ATTRIBUTES},
     {"collectGarbage", method<collectGarbage>, FUNCTION_ATTRIBUTES},
     {"writeFile", method<writeFile>, FUNCTION_ATTRIBUTES},
+    {"removeFile", method<removeFile>, FUNCTION_ATTRIBUTES},
     {nullptr, nullptr, 0}};
 
 const JSClassDefinition classInfo = {

@@ -37,8 +37,10 @@ AppInfo parseAppConfig(const std::string& configXmlPath);
 
 // Installs the app in the folder `appFolder`: validates its config.xml,
 // checks the service-profile file that its metadata "AccessoryServicesLocation"
-// names against the schema (<kv-device/ServiceProfileSchema.h>; a named file
-// that is missing is only logged), and copies the folder to
+// names (<kv-accessory/ProfileLocation.h>): the file must exist inside the
+// app folder and pass the schema (<kv-device/ServiceProfileSchema.h>), and a
+// metadata key that is all but that key is refused as a typo. Then it copies
+// the folder to
 // hostPath("/opt/usr/apps/<package>/res/wgt"), replacing an older install of
 // the package (its data and tmp folders are kept). Throws std::runtime_error
 // with "<file>:<line>: <reason>"; a failed install leaves the older one.

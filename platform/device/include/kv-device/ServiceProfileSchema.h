@@ -8,22 +8,18 @@
 #ifndef KV_PLATFORM_DEVICE_SERVICE_PROFILE_SCHEMA_H
 #define KV_PLATFORM_DEVICE_SERVICE_PROFILE_SCHEMA_H
 
-#include <cstdint>
 #include <string>
 
 namespace Kv {
 namespace Device {
 
-// The largest service-profile file that is accepted: the reader does not
-// read a larger one (kv-accessory/ServiceProfileReader.h).
-inline constexpr std::uintmax_t kMaxServiceProfileSize = std::uintmax_t{256} * 1024;
-
 // The schema's text (XML Schema).
 const char* serviceProfileSchema();
 
 // Checks the service-profile file at `path`. Throws std::runtime_error with
-// "<path>:<line>: <reason>" when the file can't be read, is too large, is not
-// well-formed XML, or breaks the schema; the reason names the first problem
+// "<path>:<line>: <reason>" when the file can't be read, is larger than the
+// reader reads (kMaxServiceProfileFileSize, kv-accessory/ServiceProfileReader.h),
+// is not well-formed XML, or breaks the schema; the reason names the first problem
 // (and how many more there are), e.g.
 //   app/res/xml/accessoryservices.xml:7: breaks the service-profile schema:
 //   Element 'serviceChannel', attribute 'priority': 'urgent' is not one of

@@ -1,6 +1,6 @@
-// The app's service profile is missing: the request answers
-// ServiceNotAvailableError; the next request reads the profile again and,
-// once it exists, succeeds.
+// The app's service profile is gone (removed after the install checked it):
+// the request answers ServiceNotAvailableError; the next request reads the
+// profile again and, once it exists, succeeds.
 var PROFILE = "/opt/usr/apps/kvempty/res/wgt/res/xml/accessoryservices.xml";
 var CONTENT =
     '<?xml version="1.0" encoding="UTF-8"?>\n' +
@@ -14,6 +14,10 @@ var CONTENT =
 
 test.deadline(5000, "the answers");
 test.steps([
+    function (next) {
+        webapis.kvdouble.removeFile(PROFILE);
+        next();
+    },
     function (next) {
         webapis.kv.requestKvAgent(function () {
             test.fail("success without a profile");
