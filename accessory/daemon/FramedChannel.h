@@ -150,8 +150,15 @@ public:
         }
         asio::error_code ignored;
         // The frame being written stays until the channel goes: the write may
-        // still refer to it until its cancelled completion has run.
-        m_socket.lowest_layer().close(ignored);
+        // still refer to it until its cancelled completion has run. A stalled
+        // channel carries nothing, its end neither: its socket stays open
+        // and silent until the channel goes, so that the other end finds the
+        // silence itself, as it would over a link that went quiet.
+        if (m_stalled) {
+            m_socket.lowest_layer().cancel(ignored);
+        } else {
+            m_socket.lowest_layer().close(ignored);
+        }
         m_shapeTimer.cancel();
         CloseHandler onClose = std::move(m_onClose);
         m_onClose = nullptr;

@@ -2,6 +2,8 @@
 
 #include <Logger.h>
 
+#include <stdexcept>
+
 #include "Limits.h"
 
 namespace Kv {
@@ -52,10 +54,23 @@ void PeerLink::start() {
         connect();
         return;
     }
-    m_acceptor.open(m_endpoint.protocol());
-    m_acceptor.set_option(asio::ip::tcp::acceptor::reuse_address(true));
-    m_acceptor.bind(m_endpoint);
-    m_acceptor.listen();
+    asio::error_code error;
+    m_acceptor.open(m_endpoint.protocol(), error);
+    if (!error) {
+        m_acceptor.set_option(asio::ip::tcp::acceptor::reuse_address(true), error);
+    }
+    if (!error) {
+        m_acceptor.bind(m_endpoint, error);
+    }
+    if (!error) {
+        m_acceptor.listen(asio::socket_base::max_listen_connections, error);
+    }
+    if (error) {
+        // The address asked for: an acceptor that failed has no port of its own.
+        throw std::runtime_error("cannot listen for the other device on " +
+                                 m_endpoint.address().to_string() + ":" +
+                                 std::to_string(m_endpoint.port()) + ": " + error.message());
+    }
     LoggerI("link: listening on " << describe());
     accept();
 }
@@ -66,6 +81,7 @@ void PeerLink::stop() {
     m_acceptor.close(ignored);
     m_retryTimer.cancel();
     m_stallTimer.cancel();
+    m_silentUntilStallEnds.reset();
     m_heartbeatTimer.cancel();
     if (m_connecting) {
         m_connecting->close(ignored);
@@ -117,6 +133,7 @@ void PeerLink::stall(std::chrono::milliseconds duration) {
             return;
         }
         LoggerI("link: the stall is over");
+        m_silentUntilStallEnds.reset();
         m_lastHeard = std::chrono::steady_clock::now();
         if (m_session) {
             m_session->stall(false);
@@ -378,6 +395,9 @@ void PeerLink::onLinkClosed() {
     // link's reference goes.
     m_up = false;
     m_linkId = 0;
+    if (stalled()) {
+        m_silentUntilStallEnds = m_session;  // its socket closes when the stall ends
+    }
     m_session.reset();
     m_peerFingerprint.clear();
     LoggerI("link: down");

@@ -136,7 +136,10 @@ private:
     std::map<std::uint64_t, Candidate> m_candidates;
     std::uint64_t m_nextCandidate = 1;
     std::shared_ptr<FrameSession> m_session;  // the link, once a candidate passed
-    std::uint64_t m_linkId = 0;               // the candidate that became the link
+    // A link that ended during a stall: kept, with its socket open and
+    // silent, until the stall ends.
+    std::shared_ptr<FrameSession> m_silentUntilStallEnds;
+    std::uint64_t m_linkId = 0;  // the candidate that became the link
     std::shared_ptr<asio::ip::tcp::socket> m_connecting;
     std::string m_peerName;
     std::string m_peerFingerprint;

@@ -76,6 +76,29 @@ TEST_F(DaemonResilienceTest, LinkLossIsOneDetachOnBothDevicesAndTheLinkReturns) 
         provider.waitEvent(isDeviceStatus(wire::DEVICE_ATTACHED), milliseconds(8000)).has_value());
 }
 
+// A stall past supervision is a silent link on both devices, whichever end
+// gives it up first: the end that does so sends nothing, not even the
+// link's end, while the stall lasts, so the other finds the silence itself.
+// Each device's stall is tried once.
+TEST_F(DaemonResilienceTest, AStallPastSupervisionIsASilentLinkOnBothDevices) {
+    WireClient provider(devices.beta(), kProviderApp);
+    const auto isSilent = [](const wire::Event& event) {
+        return event.has_service_error() &&
+               event.service_error().code() == wire::SERVICE_ERROR_LINK_SILENT;
+    };
+    for (const std::string& stalled : {devices.beta(), devices.alpha()}) {
+        WireClient tool(stalled, "");
+        wire::Request stall;
+        stall.mutable_fault()->set_action(wire::LinkFault::STALL);
+        stall.mutable_fault()->set_stall_ms(8000);
+        ASSERT_EQ(tool.call(stall).result(), 0);
+        EXPECT_TRUE(consumer->waitEvent(isSilent, milliseconds(12000)).has_value()) << stalled;
+        EXPECT_TRUE(provider.waitEvent(isSilent, milliseconds(12000)).has_value()) << stalled;
+        ASSERT_TRUE(devices.waitLinked(devices.alpha(), true, std::chrono::seconds(15)));
+        ASSERT_TRUE(devices.waitLinked(devices.beta(), true, std::chrono::seconds(15)));
+    }
+}
+
 TEST_F(DaemonResilienceTest, AKilledDaemonEndsTheConnectionsOfTheOtherDevice) {
     auto provider = std::make_unique<WireClient>(devices.beta(), kProviderApp);
     const std::uint32_t connection = openTo(*provider);
