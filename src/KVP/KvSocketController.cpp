@@ -2,6 +2,7 @@
 
 #include "KvConverter.h"
 #include "KvListenerDispatch.h"
+#include "KvTypes.h"
 
 namespace DeviceAPI {
 namespace KVP {
@@ -40,8 +41,15 @@ void KvSocketController::onAnswerReceived(
         });
     }
     KvListenerBinding<EventKvSocketSocketStatusListener>::keepUntilNextTurn(std::move(delivering));
-    m_dataReceive.release();
-    m_socketStatus.release();
+    // The listeners stay in force until the script replaces them: a socket
+    // that its peer closed is still in the bridge's table and hears the
+    // detach too. A detach is the last thing a socket hears (the bridge
+    // forgets it then), so its listeners go, and with them the script object
+    // they held.
+    if (event->reason == KV_SOCKET_DEVICE_DETACHED) {
+        m_dataReceive.release();
+        m_socketStatus.release();
+    }
 }
 
 }  // namespace KVP

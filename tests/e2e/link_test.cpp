@@ -6,6 +6,7 @@
 // nothing.
 #include <gtest/gtest.h>
 #include <kv-accessory/LinkProfiles.h>
+#include <kvp-client-stub-api.h>
 
 #include <chrono>
 #include <filesystem>
@@ -101,6 +102,29 @@ TEST_P(LinkProfileTest, BothAppsSeeTheLinkAndItsLatency) {
     EXPECT_GE(std::stol(found[1]), floor.count()) << out;
 }
 
+// What a peer agent reports as its largest send is what a send may carry:
+// exactly that many bytes cross and come back whole; one byte more is
+// refused and nothing of it crosses.
+TEST_P(LinkProfileTest, TheLargestSendThePeerReportsCrossesAndOneByteMoreIsRefused) {
+    start({"largest"});
+    const std::string size = std::to_string(link.maxDataSize);
+    const std::string longer = std::to_string(link.maxDataSize + 1);
+    apps.expectPhone("phone: found over " + transportName(link) + " max " + size);
+    apps.expectPhone("phone: sent " + size);
+    ASSERT_TRUE(apps.phone->waitForOutput("phone: refused " + longer + " ")) << apps.both();
+    if (link.maxDataSize == KVP_MAX_DATA_SIZE) {
+        // Past the bound of every link, the script's own check refuses it.
+        apps.expectPhone("phone: refused " + longer +
+                         " InvalidValuesError data string is too long.");
+    }
+    apps.expectPhone("phone: echoed " + size, seconds(20));
+    std::this_thread::sleep_for(milliseconds(300));
+    // One echo, of the largest send: the longer one never crossed.
+    const std::string both = apps.both();
+    EXPECT_EQ(countLines(both, "phone: echoed " + size), 1) << both;
+    EXPECT_EQ(both.find("phone: echoed "), both.rfind("phone: echoed ")) << both;
+}
+
 INSTANTIATE_TEST_SUITE_P(EveryProfile, LinkProfileTest,
                          testing::Values("unlimited", "wifi", "usb", "bt", "ble"),
                          [](const testing::TestParamInfo<std::string>& info) {
@@ -172,6 +196,19 @@ TEST_F(LinkFaultTest, ADetachMidConversationEndsItOnBothSides) {
     fault(afterMessages({"detach"}, 30));
     start({"talk", "200"});
     expectLinkLostInConversation();
+    devices.setLink(devices.phone(), true);
+    expectLinkBack();
+}
+
+// A connection that ended stays known to the app's sockets until the device
+// goes: its status listener hears the end, then the detach.
+TEST_F(LinkFaultTest, AnEndedConnectionHearsTheLaterDetachToo) {
+    start({"close"});
+    apps.expectPhone("phone: closed");
+    apps.expectWatch("watch: connection ended PEER_DISCONNECTED after 1 messages");
+    devices.setLink(devices.phone(), false);
+    apps.expectWatch("watch: connection ended DEVICE_DETACHED after 1 messages", seconds(15));
+    apps.expectPhone("phone: connection ended DEVICE_DETACHED", seconds(15));
     devices.setLink(devices.phone(), true);
     expectLinkBack();
 }

@@ -173,6 +173,30 @@ TEST_F(FlowTest, DetachEndsConnectionsAndTransfersThroughTheirListeners) {
         KV_FIND_DEVICE_NOT_CONNECTED);
 }
 
+// A connection that its peer closed stays in the bridge's table with its
+// listener: the detach that follows reaches it too.
+TEST_F(FlowTest, APeerClosedConnectionHearsTheLaterDetachToo) {
+    ListenedAgent listened = listenedAgent("watch");
+    KvpDouble::notifications().onRegisterServiceAgentConfirm(0, 8);
+    drainLoop();
+    KvpDouble::Peer peer(63, "phone", "watch");
+    KvpDouble::notifications().onServiceCreateConfirm(8, 703, peer.get(), 0);
+    const KvSocketPtr socket = connectedSocket(listened);
+    ASSERT_NE(socket, nullptr);
+    RecordingListener<EventKvSocketSocketStatusListener> status;
+    auto statusListener = std::make_shared<EventKvSocketSetSocketStatusListener>();
+    statusListener->emitter = emitterFor(status);
+    request(*socket, statusListener);
+
+    KvpDouble::notifications().onServiceTerminationIndication(703, KV_SOCKET_PEER_DISCONNECTED);
+    drainLoop();
+    EXPECT_FALSE(socket->isConnected());
+    KvpDouble::notifications().onDeviceStatus(4, 0);
+    ASSERT_EQ(status.events.size(), 2u);
+    EXPECT_EQ(status.events[0]->reason, KV_SOCKET_PEER_DISCONNECTED);
+    EXPECT_EQ(status.events[1]->reason, KV_SOCKET_DEVICE_DETACHED);
+}
+
 TEST_F(FlowTest, AcceptedConnectionArrivesAfterTheIndicationReturned) {
     ListenedAgent listened = listenedAgent("watch");
     KvpDouble::notifications().onRegisterServiceAgentConfirm(0, 8);

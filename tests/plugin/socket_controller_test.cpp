@@ -1,5 +1,6 @@
 // KvSocketController: received data and the connection's loss reach the
-// socket's callbacks; once the connection is lost the socket's listeners are
+// socket's callbacks; the listeners stay in force through a peer's close, and
+// once the device is detached (the last loss a socket hears) they are
 // released on the next turn of the main loop, so that the script object they
 // held can go.
 #include "ScriptTestContext.h"
@@ -88,16 +89,28 @@ TEST_F(KvSocketControllerTest, TheLossReachesTheCallbackAsItsStatusString) {
     EXPECT_EQ(heard(), "status[\"DEVICE_DETACHED\"] on socket,status[\"\"] on socket");
 }
 
-TEST_F(KvSocketControllerTest, TheLossReleasesBothListenersOnTheNextTurn) {
+TEST_F(KvSocketControllerTest, APeersCloseKeepsBothListenersForTheDetach) {
     auto data = dataEmitter(callbacks("data"));
     auto status = statusEmitter(callbacks("status"));
     status->emit(lost(0));
+    KvTest::runMainLoopFor(std::chrono::milliseconds(50));
+    EXPECT_NE(data->getEventPrivateData(), nullptr);
+    EXPECT_NE(status->getEventPrivateData(), nullptr);
+    status->emit(lost(1));
+    EXPECT_EQ(heard(),
+              "status[\"PEER_DISCONNECTED\"] on socket,status[\"DEVICE_DETACHED\"] on socket");
+}
+
+TEST_F(KvSocketControllerTest, TheDetachReleasesBothListenersOnTheNextTurn) {
+    auto data = dataEmitter(callbacks("data"));
+    auto status = statusEmitter(callbacks("status"));
+    status->emit(lost(1));
     EXPECT_NE(data->getEventPrivateData(), nullptr) << "released inside the delivery";
     KvTest::runMainLoopUntil([&] { return data->getEventPrivateData() == nullptr; });
     EXPECT_EQ(data->getEventPrivateData(), nullptr);
     EXPECT_EQ(status->getEventPrivateData(), nullptr);
     data->emit(KvSocketControllerTest::data(104, "late"));
-    EXPECT_EQ(heard(), "status[\"PEER_DISCONNECTED\"] on socket");
+    EXPECT_EQ(heard(), "status[\"DEVICE_DETACHED\"] on socket");
 }
 
 TEST_F(KvSocketControllerTest, AnEventWithoutCallbacksLogsNoCallbackManager) {

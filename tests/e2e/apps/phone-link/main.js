@@ -7,6 +7,12 @@
 //             "phone: all echoed N" once all came back in order
 //   flood     connects and keeps sending messages of the largest size; says
 //             "phone: send refused <error>" when the first one is refused
+//   largest   connects, sends one message of the largest size the peer
+//             reports ("phone: sent N") and one a byte longer ("phone: sent
+//             N+1", or "phone: refused N+1 <error> <message>"); prints
+//             "phone: echoed <length>" for each echo
+//   close     connects, sends one message and closes the connection once it
+//             came back ("phone: closed")
 //   file N    sends documents/big.bin N times at once
 //   search-again MS   searches once more MS milliseconds after the first
 //             search found the watch ("phone: searching again")
@@ -99,6 +105,31 @@ function flood(socket, size) {
     });
 }
 
+function largest(socket, size) {
+    socket.setDataReceiveListener(function (channelId, data) {
+        log('echoed', data.length);
+    });
+    [size, size + 1].forEach(function (length) {
+        try {
+            socket.sendData(CHANNEL, new Array(length + 1).join('l'));
+            log('sent', length);
+        } catch (error) {
+            log('refused', length, error.name, error.message);
+        }
+    });
+}
+
+function closeAfterEcho(socket) {
+    socket.setSocketStatusListener(function (reason) {
+        log('connection ended', reason);
+    });
+    socket.setDataReceiveListener(function () {
+        socket.close();
+        log('closed');
+    });
+    socket.sendData(CHANNEL, 'n:0');
+}
+
 function sendFiles(agent, peer) {
     var transfer = agent.getKvFileTransfer();
     transfer.setFileSendListener({
@@ -128,6 +159,10 @@ webapis.kv.requestKvAgent(function (agents) {
                 talk(socket);
             } else if (situation === 'flood') {
                 flood(socket, socket.peerAgent.maxAllowedDataSize);
+            } else if (situation === 'close') {
+                closeAfterEcho(socket);
+            } else if (situation === 'largest') {
+                largest(socket, socket.peerAgent.maxAllowedDataSize);
             }
         },
         onerror: function (code) {
