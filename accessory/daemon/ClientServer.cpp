@@ -7,6 +7,7 @@
 #include <sys/un.h>
 #include <unistd.h>
 
+#include <cerrno>
 #include <stdexcept>
 
 namespace Kv {
@@ -33,6 +34,8 @@ ClientServer::ClientServer(asio::io_context& io, Service& service, std::string p
       m_acceptor(io),
       m_readBudget(std::make_shared<ReadBudget>(kMaxPartialFrameBytes)) {}
 
+ClientServer::~ClientServer() { stop(); }
+
 void ClientServer::start() {
     if (m_path.size() >= sizeof(sockaddr_un::sun_path)) {
         throw std::runtime_error("socket path too long: " + m_path);
@@ -46,12 +49,17 @@ void ClientServer::start() {
     m_acceptor.open(asio::local::stream_protocol(), error);
     if (!error) {
         m_acceptor.bind(asio::local::stream_protocol::endpoint(m_path), error);
+        m_madeSocketFile = !error;
     }
     ::umask(previous);
     if (!error) {
         m_acceptor.listen(asio::socket_base::max_listen_connections, error);
     }
-    if (error || ::chmod(m_path.c_str(), 0600) != 0) {
+    if (!error && ::chmod(m_path.c_str(), 0600) != 0) {
+        error = asio::error_code(errno, asio::system_category());
+    }
+    if (error) {
+        stop();
         throw std::runtime_error("cannot listen on " + m_path + ": " + error.message());
     }
     LoggerI("listening for apps on " << m_path);
@@ -61,7 +69,10 @@ void ClientServer::start() {
 void ClientServer::stop() {
     asio::error_code ignored;
     m_acceptor.close(ignored);
-    ::unlink(m_path.c_str());
+    if (m_madeSocketFile) {
+        ::unlink(m_path.c_str());
+        m_madeSocketFile = false;
+    }
 }
 
 void ClientServer::accept() {

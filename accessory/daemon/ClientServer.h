@@ -24,11 +24,17 @@ namespace Accessory {
 class ClientServer {
 public:
     ClientServer(asio::io_context& io, Service& service, std::string path);
+    // Removes the socket file this server made, so that a daemon that fails
+    // after it started listening leaves no stale socket behind.
+    ~ClientServer();
+    ClientServer(const ClientServer&) = delete;
+    ClientServer& operator=(const ClientServer&) = delete;
 
     // Binds and listens. Throws std::runtime_error when the path is too long,
     // another daemon already serves it, or the socket can't be made.
     void start();
-    // Stops accepting and removes the socket file.
+    // Stops accepting and removes the socket file (only one this server made:
+    // never that of another daemon it found serving the path).
     void stop();
 
 private:
@@ -41,6 +47,7 @@ private:
     asio::local::stream_protocol::acceptor m_acceptor;
     std::shared_ptr<ReadBudget> m_readBudget;
     std::map<uid_t, std::size_t> m_sessionsPerUser;
+    bool m_madeSocketFile = false;
 };
 
 }  // namespace Accessory

@@ -10,6 +10,7 @@
 
 #include <chrono>
 #include <cstdlib>
+#include <filesystem>
 #include <stdexcept>
 #include <thread>
 
@@ -41,10 +42,12 @@ std::string daemonProgram() {
     return KV_ACCESSORYD_NAME;
 }
 
+std::string daemonLog(const std::string& device) { return device + "/accessoryd.log"; }
+
 [[noreturn]] void execDaemon(const std::string& device, const std::vector<std::string>& arguments) {
     ::setsid();
-    const int log = ::open((device + "/accessoryd.log").c_str(),
-                           O_WRONLY | O_CREAT | O_APPEND | O_CLOEXEC, 0600);
+    const int log =
+        ::open(daemonLog(device).c_str(), O_WRONLY | O_CREAT | O_APPEND | O_CLOEXEC, 0600);
     if (log >= 0) {
         ::dup2(log, STDOUT_FILENO);
         ::dup2(log, STDERR_FILENO);
@@ -72,6 +75,29 @@ std::optional<pid_t> daemonPid(const std::string& device) {
     } catch (const std::exception&) {
         return std::nullopt;
     }
+}
+
+// The size of the device's daemon log now: where the lines of a daemon
+// started next begin.
+std::size_t daemonLogSize(const std::string& device) {
+    std::error_code error;
+    const std::uintmax_t size = std::filesystem::file_size(daemonLog(device), error);
+    return error ? 0 : static_cast<std::size_t>(size);
+}
+
+// Why the device's daemon ended at its start: the last failure line
+// ("kv-accessoryd: <reason>") it wrote to its log past `logStart`, or
+// nothing when there is none.
+std::string startFailure(const std::string& device, std::size_t logStart) {
+    const std::string written = Device::readFile(daemonLog(device)).value_or("");
+    const std::string log = "\n" + written.substr(std::min(logStart, written.size()));
+    const std::string prefix = "\n" + std::string(KV_ACCESSORYD_NAME) + ": ";
+    const std::size_t at = log.rfind(prefix);
+    if (at == std::string::npos) {
+        return "";
+    }
+    const std::size_t start = at + prefix.size();
+    return log.substr(start, log.find('\n', start) - start);
 }
 
 // The link options a device's daemon was last started with, one per line,
@@ -116,6 +142,7 @@ void startDaemon(const std::string& device, const std::vector<std::string>& give
         throw std::runtime_error("the service of " + device + " already runs");
     }
     ::unlink((device + "/accessoryd.pid").c_str());
+    const std::size_t logStart = daemonLogSize(device);
     const pid_t child = ::fork();
     if (child < 0) {
         throw std::runtime_error("cannot start the service: fork failed");
@@ -127,8 +154,10 @@ void startDaemon(const std::string& device, const std::vector<std::string>& give
     while (Clock::now() < deadline) {
         int status = 0;
         if (::waitpid(child, &status, WNOHANG) == child) {
-            throw std::runtime_error("the service of " + device + " failed; see " + device +
-                                     "/accessoryd.log");
+            const std::string reason = startFailure(device, logStart);
+            throw std::runtime_error("the service of " + device + " failed" +
+                                     (reason.empty() ? "" : ": " + reason) + " (see " + device +
+                                     "/accessoryd.log)");
         }
         if (daemonPid(device)) {
             rememberArguments(device, arguments);

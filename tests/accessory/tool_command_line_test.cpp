@@ -6,8 +6,14 @@
 #include <gtest/gtest.h>
 #include <kv-accessory/DeviceControl.h>
 
+#include <arpa/inet.h>
+#include <netinet/in.h>
+#include <sys/socket.h>
+#include <unistd.h>
+
 #include <algorithm>
 #include <chrono>
+#include <filesystem>
 #include <thread>
 
 #include "AccessoryTestSupport.h"
@@ -140,6 +146,67 @@ TEST(ToolCommandLineTest, OptionsAndFoldersThatACommandDoesNotTakeAreUsageErrors
         EXPECT_EQ(result.exitCode, 2) << result.output;
         EXPECT_EQ(result.output, "kv-accessory: " + problem + "; try 'kv-accessory --help'\n");
     }
+}
+
+// A command that looks at or acts on a device names a folder that is not
+// one (a mistyped path) and makes nothing there; only create, pair and start
+// make a device.
+TEST(ToolCommandLineTest, ACommandOnAFolderThatIsNoDeviceNamesItAndMakesNothing) {
+    const ToolDevices devices;
+    const std::string typo = devices.watch + "-typo";
+    for (const std::vector<std::string>& command :
+         std::vector<std::vector<std::string>>{{"status", typo},
+                                               {"status", typo, "--json"},
+                                               {"identity", typo},
+                                               {"unpair", typo},
+                                               {"detach", typo},
+                                               {"attach", typo},
+                                               {"stall", typo, "--seconds", "1"},
+                                               {"storage", typo, "--free", "10"}}) {
+        const ProcessResult result = tool(command);
+        EXPECT_EQ(result.exitCode, 1) << command[0];
+        EXPECT_TRUE(contains(result.output, "kv-accessory: no device at " + typo)) << result.output;
+        EXPECT_FALSE(std::filesystem::exists(typo)) << command[0];
+    }
+    const ProcessResult stop = tool({"stop", typo});
+    EXPECT_TRUE(contains(stop.output, "kv-accessory: no device at " + typo)) << stop.output;
+    EXPECT_FALSE(std::filesystem::exists(typo));
+
+    ASSERT_EQ(tool({"create", devices.watch, devices.phone}).exitCode, 0);
+    const ProcessResult identity = tool({"identity", devices.watch});
+    EXPECT_EQ(identity.exitCode, 0) << identity.output;
+    EXPECT_TRUE(contains(identity.output, "paired with: nobody")) << identity.output;
+}
+
+// A service that can't listen for the other device names the address and
+// why, through the tool too, and leaves no socket or pid file behind: the
+// next start on a free address just works.
+TEST(ToolCommandLineTest, AServiceThatCannotListenNamesTheAddressAndLeavesNothingBehind) {
+    const ToolDevices devices;
+    ASSERT_EQ(tool({"create", devices.watch, devices.phone}).exitCode, 0);
+    const int taken = ::socket(AF_INET, SOCK_STREAM, 0);
+    ASSERT_GE(taken, 0);
+    sockaddr_in address{};
+    address.sin_family = AF_INET;
+    address.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
+    socklen_t length = sizeof(address);
+    ASSERT_EQ(::bind(taken, reinterpret_cast<sockaddr*>(&address), sizeof(address)), 0);
+    ASSERT_EQ(::listen(taken, 1), 0);
+    ASSERT_EQ(::getsockname(taken, reinterpret_cast<sockaddr*>(&address), &length), 0);
+    const std::string busy = "127.0.0.1:" + std::to_string(ntohs(address.sin_port));
+
+    const ProcessResult start = tool({"start", devices.watch, "--listen", busy});
+    ::close(taken);
+    EXPECT_EQ(start.exitCode, 1) << start.output;
+    EXPECT_TRUE(contains(start.output, "the service of " + devices.watch +
+                                           " failed: cannot listen for the other device on " +
+                                           busy + ": Address already in use"))
+        << start.output;
+    EXPECT_FALSE(std::filesystem::exists(devices.watch + "/accessory.sock"));
+    EXPECT_FALSE(std::filesystem::exists(devices.watch + "/accessoryd.pid"));
+
+    const ProcessResult again = tool({"start", devices.watch, "--listen", "127.0.0.1:0"});
+    EXPECT_EQ(again.exitCode, 0) << again.output;
 }
 
 // A live pair: alpha's consumer connected to beta's provider, and a file

@@ -65,7 +65,7 @@ TEST_F(ArgumentValidatorTest, FunctionsAreTakenAndOthersRefused) {
               "3rd argument must be a function (got null)");
     EXPECT_EQ(validator.toFunction(2, true), nullptr);
     EXPECT_EQ(mismatch([&] { validator.toFunction(3); }),
-              "4th argument must be a function (got nothing)");
+              "4th argument must be a function (got undefined)");
     EXPECT_EQ(validator.toFunction(3, true), nullptr);
 }
 
@@ -111,7 +111,7 @@ TEST_F(ArgumentValidatorTest, StringsAreConvertedFromAnyValue) {
     EXPECT_EQ(validator.toString(4, true, "fallback"), "fallback");
     EXPECT_EQ(validator.toString(5, true), "");
     EXPECT_EQ(mismatch([&] { validator.toString(5); }),
-              "6th argument must be a string (got nothing)");
+              "6th argument must be a string (got undefined)");
 }
 
 TEST_F(ArgumentValidatorTest, StringsThatCannotBeMadeAreRefused) {
@@ -177,7 +177,7 @@ TEST_F(ArgumentValidatorTest, BooleansFollowScriptTruthiness) {
     EXPECT_TRUE(validator.toBool(3, true, true));
     EXPECT_EQ(mismatch([&] { validator.toBool(3); }), "4th argument must be a boolean (got null)");
     EXPECT_EQ(mismatch([&] { validator.toBool(4); }),
-              "5th argument must be a boolean (got nothing)");
+              "5th argument must be a boolean (got undefined)");
 }
 
 TEST_F(ArgumentValidatorTest, TellsOmittedAndNullArguments) {
@@ -197,7 +197,7 @@ TEST_F(ArgumentValidatorTest, NoArgumentsAtAll) {
     ArgumentValidator validator(m_context, 0, nullptr);
     EXPECT_TRUE(validator.isOmitted(0));
     EXPECT_EQ(mismatch([&] { validator.toFunction(0); }),
-              "1st argument must be a function (got nothing)");
+              "1st argument must be a function (got undefined)");
     ArgumentValidator inconsistent(m_context, 3, nullptr);
     EXPECT_TRUE(inconsistent.isOmitted(0));
 }

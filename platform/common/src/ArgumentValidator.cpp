@@ -57,8 +57,9 @@ bool ArgumentValidator::isNull(int index) const {
 }
 
 std::string ArgumentValidator::describe(int index) const {
+    // A missing argument is undefined to the script, and is named so.
     if (index < 0 || index >= m_argc) {
-        return "nothing";
+        return "undefined";
     }
     JSValueRef value = getArgument(index);
     switch (JSValueGetType(m_context, value)) {

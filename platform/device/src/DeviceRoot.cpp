@@ -96,6 +96,11 @@ void ensureLayout(const std::string& dir) {
     writeMarker(root);
 }
 
+bool isDeviceFolder(const std::string& dir) {
+    std::error_code error;
+    return fs::is_regular_file(normalise(dir) + "/" + kFsDir + kMarkerFile, error);
+}
+
 std::string root() {
     const char* selected = std::getenv(kDeviceEnv);
     std::string dir =

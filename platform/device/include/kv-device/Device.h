@@ -32,6 +32,10 @@ void select(const std::string& dir);
 // writes the marker that enter() recognises. Existing content is kept.
 void ensureLayout(const std::string& dir);
 
+// True when `dir` holds a device's layout (made by ensureLayout), so that a
+// command on an existing device can tell a mistyped folder from a device.
+bool isDeviceFolder(const std::string& dir);
+
 // <root>/fs followed by `devicePath` (an absolute device path such as
 // "/opt/usr/media/Downloads/a.txt"): where a device file lies on the host.
 std::string hostPath(const std::string& devicePath);

@@ -46,13 +46,13 @@ expect(t.check(f, o, 's', 1, undefined).nullableFn === null, 'undefined is null'
 expect(t.check(f, o, 's', 1, null).nullableFn === null, 'null stays null');
 
 // Missing arguments.
-expectMismatch(function () { t.check(); }, '1st argument must be a function (got nothing)',
+expectMismatch(function () { t.check(); }, '1st argument must be a function (got undefined)',
                'no argument');
-expectMismatch(function () { t.check(f); }, '2nd argument must be an object (got nothing)',
+expectMismatch(function () { t.check(f); }, '2nd argument must be an object (got undefined)',
                'one argument');
-expectMismatch(function () { t.check(f, o); }, '3rd argument must be a string (got nothing)',
+expectMismatch(function () { t.check(f, o); }, '3rd argument must be a string (got undefined)',
                'two arguments');
-expectMismatch(function () { t.check(f, o, 's'); }, '4th argument must be an integer (got nothing)',
+expectMismatch(function () { t.check(f, o, 's'); }, '4th argument must be an integer (got undefined)',
                'three arguments');
 
 // Arguments of the wrong type.

@@ -61,7 +61,7 @@ try {
     t.makeError();
     expect(false, 'makeError() threw nothing');
 } catch (bad) {
-    expectError(bad, 'TypeMismatchError', '1st argument must be a string (got nothing)', 17);
+    expectError(bad, 'TypeMismatchError', '1st argument must be a string (got undefined)', 17);
 }
 
 if (failures > 0) {
