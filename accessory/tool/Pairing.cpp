@@ -6,6 +6,7 @@
 #include <sys/time.h>
 #include <asio.hpp>
 #include <cstdint>
+#include <optional>
 #include <stdexcept>
 
 namespace Kv {
@@ -15,10 +16,14 @@ namespace {
 
 // What each side sends first, so that a stranger's bytes are not taken for a
 // certificate.
-constexpr char kGreeting[] = "kv-accessory pairing 1\n";
+constexpr char kGreeting[] = "kv-accessory pairing 2\n";
 constexpr std::uint32_t kLongestCertificate = 64 * 1024;
 // How long the other side has to send its certificate once connected.
 constexpr int kExchangeSeconds = 30;
+// How long the other side's user has to answer once the code is shown.
+constexpr int kAnswerSeconds = 300;
+constexpr char kConfirmed = 'y';
+constexpr char kDeclined = 'n';
 
 std::string folderName(const std::string& path) {
     const std::size_t slash = path.rfind('/');
@@ -54,6 +59,38 @@ std::string receiveCertificate(asio::ip::tcp::socket& socket) {
     return certificate;
 }
 
+void setTimeouts(asio::ip::tcp::socket& socket, int seconds) {
+    const timeval limit{seconds, 0};
+    ::setsockopt(socket.native_handle(), SOL_SOCKET, SO_RCVTIMEO, &limit, sizeof limit);
+    ::setsockopt(socket.native_handle(), SOL_SOCKET, SO_SNDTIMEO, &limit, sizeof limit);
+}
+
+// Tells the other side this side's answer and, when it is yes, learns the
+// other's. A side pins only when both confirmed, so that no side is left
+// pinned to a device that will never link with it.
+PairingOutcome tradeAnswers(asio::ip::tcp::socket& socket, bool confirmed) {
+    try {
+        const char answer = confirmed ? kConfirmed : kDeclined;
+        asio::write(socket, asio::buffer(&answer, 1));
+        if (!confirmed) {
+            return PairingOutcome::DeclinedHere;
+        }
+        setTimeouts(socket, kAnswerSeconds);
+        char other = 0;
+        asio::read(socket, asio::buffer(&other, 1));
+        if (other == kConfirmed) {
+            return PairingOutcome::Paired;
+        }
+        if (other == kDeclined) {
+            return PairingOutcome::DeclinedThere;
+        }
+        throw std::runtime_error("the other side answered neither yes nor no");
+    } catch (const std::system_error& error) {
+        throw std::runtime_error("the other device's answer could not be learnt (" +
+                                 std::string(error.what()) + "); nothing was pinned");
+    }
+}
+
 asio::ip::tcp::socket openExchange(asio::io_context& io, bool listen, const std::string& hostPort,
                                    const std::function<void(unsigned short)>& listening) {
     const std::size_t colon = hostPort.rfind(':');
@@ -80,9 +117,7 @@ asio::ip::tcp::socket openExchange(asio::io_context& io, bool listen, const std:
         asio::connect(socket, resolver.resolve(host, port));
     }
     // A peer that goes silent ends the exchange instead of holding it.
-    const timeval limit{kExchangeSeconds, 0};
-    ::setsockopt(socket.native_handle(), SOL_SOCKET, SO_RCVTIMEO, &limit, sizeof limit);
-    ::setsockopt(socket.native_handle(), SOL_SOCKET, SO_SNDTIMEO, &limit, sizeof limit);
+    setTimeouts(socket, kExchangeSeconds);
     return socket;
 }
 
@@ -95,27 +130,29 @@ void pairFolders(const std::string& deviceA, const std::string& deviceB) {
     pinPeer(deviceB, ownCertificate(deviceA));
 }
 
-bool pairOverNetwork(
+PairingOutcome pairOverNetwork(
     const std::string& device, bool listen, const std::string& hostPort,
     const std::function<bool(const std::string& code, const std::string& peerFingerprint)>& confirm,
     const std::function<void(unsigned short port)>& listening) {
     ensureIdentity(device, folderName(device));
     const std::string own = ownCertificate(device);
     asio::io_context io;
+    std::optional<asio::ip::tcp::socket> socket;
     std::string other;
     try {
-        asio::ip::tcp::socket socket = openExchange(io, listen, hostPort, listening);
-        sendCertificate(socket, own);
-        other = receiveCertificate(socket);
+        socket.emplace(openExchange(io, listen, hostPort, listening));
+        sendCertificate(*socket, own);
+        other = receiveCertificate(*socket);
     } catch (const std::system_error& error) {
         throw std::runtime_error("the certificates could not be exchanged: " +
                                  std::string(error.what()));
     }
-    if (!confirm(pairingCode(own, other), certificateFingerprint(other))) {
-        return false;
+    const bool confirmed = confirm(pairingCode(own, other), certificateFingerprint(other));
+    const PairingOutcome outcome = tradeAnswers(*socket, confirmed);
+    if (outcome == PairingOutcome::Paired) {
+        pinPeer(device, other);
     }
-    pinPeer(device, other);
-    return true;
+    return outcome;
 }
 
 void unpair(const std::string& device) {

@@ -71,6 +71,8 @@ using Folders = std::vector<std::string>;
 // A command, given the command line and its device folders.
 using Command = std::function<void(const Arguments&, const Folders&)>;
 
+// A device folder made where it is missing, absolute: for the commands
+// that make a device (create, pair, start).
 std::string absolute(const std::string& folder) {
     Kv::Device::ensureLayout(folder);
     char resolved[PATH_MAX];
@@ -78,6 +80,17 @@ std::string absolute(const std::string& folder) {
         throw std::runtime_error("cannot resolve " + folder);
     }
     return resolved;
+}
+
+// A device folder that must exist already, absolute: for the commands that
+// look at or act on a device, so that a mistyped folder is named rather than
+// made into a new device.
+std::string existing(const std::string& folder) {
+    if (!Kv::Device::isDeviceFolder(folder)) {
+        throw std::runtime_error("no device at " + folder +
+                                 " (kv-accessory create makes one; start and pair do too)");
+    }
+    return absolute(folder);
 }
 
 // The device folders of a command: the operands after the command, then
@@ -90,12 +103,14 @@ Folders deviceFolders(const Arguments& arguments) {
 }
 
 // The one device of a command; without a folder, the process's device.
-std::string oneDevice(const Folders& folders, const std::string& command) {
+// Only a command that makes a device (`making`) makes a missing folder.
+std::string oneDevice(const Folders& folders, const std::string& command, bool making = false) {
     if (folders.size() > 1) {
         throw UsageError(command + " takes one device folder, not " +
                          std::to_string(folders.size()));
     }
-    return absolute(folders.empty() ? Kv::Device::root() : folders[0]);
+    const std::string folder = folders.empty() ? Kv::Device::root() : folders[0];
+    return making ? absolute(folder) : existing(folder);
 }
 
 void needFolders(const Folders& folders, std::size_t count, const std::string& command) {
@@ -153,11 +168,18 @@ void pairRemotely(const std::string& device, const Arguments& arguments) {
         const std::string host = hostPort.substr(0, hostPort.rfind(':'));
         std::cout << "waiting for the other device on " << host << ":" << port << std::endl;
     };
-    if (!pairOverNetwork(device, listen, hostPort, confirmCode, listening)) {
-        std::cout << "not paired\n";
-        throw std::runtime_error("the codes were not confirmed; nothing was pinned");
+    switch (pairOverNetwork(device, listen, hostPort, confirmCode, listening)) {
+        case PairingOutcome::Paired:
+            std::cout << "paired: " << device << " now links only with that device\n";
+            return;
+        case PairingOutcome::DeclinedHere:
+            std::cout << "not paired\n";
+            throw std::runtime_error("the codes were not confirmed; nothing was pinned");
+        case PairingOutcome::DeclinedThere:
+            std::cout << "not paired\n";
+            throw std::runtime_error(
+                "the other device's user did not confirm the code; nothing was pinned");
     }
-    std::cout << "paired: " << device << " now links only with that device\n";
 }
 
 void pairCommand(const Arguments& arguments, const Folders& folders) {
@@ -165,7 +187,7 @@ void pairCommand(const Arguments& arguments, const Folders& folders) {
         const std::string command = "pair --listen or --connect";
         arguments.allowOnly(command, {"device", "listen", "connect"});
         arguments.allowOneOf("listen", "connect");
-        pairRemotely(oneDevice(folders, command), arguments);
+        pairRemotely(oneDevice(folders, command, true), arguments);
         return;
     }
     arguments.allowOnly("pair", {"device", "insecure", "link-profile"});
@@ -211,7 +233,7 @@ void startCommand(const Arguments& arguments, const Folders& folders) {
     arguments.allowOnly("start",
                         {"device", "listen", "connect", "name", "insecure", "link-profile"});
     const std::vector<std::string> forwarded = daemonArguments(arguments);
-    startDaemon(oneDevice(folders, "start"), forwarded);
+    startDaemon(oneDevice(folders, "start", true), forwarded);
 }
 
 void showStatus(const std::string& device, bool json) {
@@ -298,21 +320,25 @@ Command faultCommand(const std::string& name, wire::LinkFault::Action action) {
 void storageCommand(const Arguments& arguments, const Folders& folders) {
     arguments.allowOnly("storage", {"device", "free", "unlimited"});
     arguments.allowOneOf("free", "unlimited");
-    const std::string device = oneDevice(folders, "storage");
-    const std::string file = device + "/" + Kv::Device::kStorageFreeFile;
-    if (arguments.has("unlimited")) {
-        ::unlink(file.c_str());
-    } else if (arguments.has("free")) {
-        Kv::Device::writeFileAtomically(file, std::to_string(count(arguments, "free", 0)) + "\n");
-    } else {
+    if (!arguments.has("free") && !arguments.has("unlimited")) {
         throw UsageError("storage needs --free BYTES or --unlimited");
+    }
+    const std::optional<std::uint64_t> free =
+        arguments.has("free") ? std::optional(count(arguments, "free", 0)) : std::nullopt;
+    const std::string file = oneDevice(folders, "storage") + "/" + Kv::Device::kStorageFreeFile;
+    if (free) {
+        Kv::Device::writeFileAtomically(file, std::to_string(*free) + "\n");
+    } else {
+        ::unlink(file.c_str());
     }
 }
 
 void stopCommand(const Arguments& arguments, const Folders& folders) {
     arguments.allowOnly("stop", {"device"});
     for (const std::string& folder : folders.empty() ? Folders{Kv::Device::root()} : folders) {
-        if (!stopDaemon(absolute(folder))) {
+        if (!Kv::Device::isDeviceFolder(folder)) {
+            std::cerr << "kv-accessory: no device at " << folder << "\n";
+        } else if (!stopDaemon(absolute(folder))) {
             std::cerr << "kv-accessory: no service runs for " << folder << "\n";
         }
     }

@@ -7,8 +7,11 @@
 
 #include <sys/wait.h>
 
+#include <asio.hpp>
+#include <cstdint>
 #include <cstdio>
 #include <regex>
+#include <thread>
 
 #include "AccessoryTestSupport.h"
 #include "DeviceTestSupport.h"
@@ -124,8 +127,72 @@ TEST_F(ToolPairingTest, ACodeThatIsNotConfirmedPinsNothing) {
     const ProcessResult listened = listener.finish();
     EXPECT_NE(listened.exitCode, 0);
     EXPECT_NE(listened.output.find("not paired"), std::string::npos) << listened.output;
+    EXPECT_NE(listened.output.find("the codes were not confirmed; nothing was pinned"),
+              std::string::npos)
+        << listened.output;
     EXPECT_FALSE(pinnedCertificate(watch).has_value());
-    EXPECT_EQ(pinnedCertificate(phone), ownCertificate(watch));
+    // The side whose user confirmed learns the other's answer and pins
+    // nothing either: a pin on one side only is a link that never comes up.
+    EXPECT_NE(connecting.exitCode, 0) << connecting.output;
+    EXPECT_NE(connecting.output.find("not paired"), std::string::npos) << connecting.output;
+    EXPECT_NE(connecting.output.find(
+                  "the other device's user did not confirm the code; nothing was pinned"),
+              std::string::npos)
+        << connecting.output;
+    EXPECT_EQ(connecting.output.find("now links only with"), std::string::npos);
+    EXPECT_FALSE(pinnedCertificate(phone).has_value());
+}
+
+TEST_F(ToolPairingTest, TheListenersConfirmationAloneAlsoPinsNothing) {
+    const std::string watch = device("watch");
+    const std::string phone = device("phone");
+    Listener listener(watch, "y");
+    ASSERT_FALSE(listener.address().empty());
+    const ProcessResult connecting =
+        tool("pair " + phone + " --connect " + listener.address(), "n");
+    const ProcessResult listened = listener.finish();
+    EXPECT_NE(connecting.exitCode, 0);
+    EXPECT_NE(listened.exitCode, 0);
+    EXPECT_NE(listened.output.find("the other device's user did not confirm the code"),
+              std::string::npos)
+        << listened.output;
+    EXPECT_FALSE(pinnedCertificate(watch).has_value());
+    EXPECT_FALSE(pinnedCertificate(phone).has_value());
+}
+
+// A side that trades certificates and then goes away without an answer: the
+// side that confirmed says it could not learn the answer and pins nothing.
+TEST_F(ToolPairingTest, ASideThatCannotLearnTheOtherAnswerSaysSoAndPinsNothing) {
+    const std::string phone = device("phone");
+    const std::string stranger = device("stranger");
+    Kv::Accessory::ensureIdentity(stranger, "stranger");
+    asio::io_context io;
+    asio::ip::tcp::acceptor acceptor(io, {asio::ip::make_address("127.0.0.1"), 0});
+    const std::string address = "127.0.0.1:" + std::to_string(acceptor.local_endpoint().port());
+    std::thread vanishing([&] {
+        asio::ip::tcp::socket socket(io);
+        acceptor.accept(socket);
+        const std::string certificate = ownCertificate(stranger);
+        const auto length = static_cast<std::uint32_t>(certificate.size());
+        const unsigned char header[4] = {
+            static_cast<unsigned char>(length >> 24), static_cast<unsigned char>(length >> 16),
+            static_cast<unsigned char>(length >> 8), static_cast<unsigned char>(length)};
+        asio::write(socket, asio::buffer(std::string("kv-accessory pairing 2\n")));
+        asio::write(socket, asio::buffer(header));
+        asio::write(socket, asio::buffer(certificate));
+        std::string received(std::string("kv-accessory pairing 2\n").size() + 4, '\0');
+        asio::read(socket, asio::buffer(received));  // the tool's greeting and length
+        // ...and it closes without an answer.
+    });
+    const ProcessResult connecting = tool("pair " + phone + " --connect " + address, "y");
+    vanishing.join();
+    EXPECT_NE(connecting.exitCode, 0) << connecting.output;
+    EXPECT_NE(connecting.output.find("the other device's answer could not be learnt"),
+              std::string::npos)
+        << connecting.output;
+    EXPECT_NE(connecting.output.find("nothing was pinned"), std::string::npos) << connecting.output;
+    EXPECT_EQ(connecting.output.find("now links only with"), std::string::npos);
+    EXPECT_FALSE(pinnedCertificate(phone).has_value());
 }
 
 }  // namespace
