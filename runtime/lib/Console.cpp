@@ -6,6 +6,7 @@
 
 #include <Logger.h>
 
+#include <atomic>
 #include <cstdio>
 
 namespace Kv {
@@ -51,7 +52,12 @@ std::string formatValue(JSContextRef context, JSValueRef value) {
     return toStdString(context, value);
 }
 
+std::atomic<bool> outputStopped{false};
+
 void write(Level level, const std::string& text) {
+    if (outputStopped.load(std::memory_order_relaxed)) {
+        return;
+    }
     FILE* stream = level == Level::Warn || level == Level::Error ? stderr : stdout;
     std::fprintf(stream, "%s\n", text.c_str());
     std::fflush(stream);
@@ -97,6 +103,8 @@ std::string formatConsoleArguments(JSContextRef context, size_t count, const JSV
     }
     return text;
 }
+
+void stopConsoleOutput() { outputStopped.store(true, std::memory_order_relaxed); }
 
 void installConsole(JSContextRef context, JSObjectRef global) {
     JSObjectRef console = JSObjectMake(context, nullptr, nullptr);

@@ -25,6 +25,11 @@ void wrapConsole(JSContextRef context, JSObjectRef global);
 // it works where no script may run any more).
 void silenceConsole(JSContextRef context, JSObjectRef global);
 
+// Stops every console of this process for good: from then on its log, info,
+// warn and error print nothing (for an app that has ended while the engine
+// may still run a little of its script).
+void stopConsoleOutput();
+
 // The text console.log prints for these arguments.
 std::string formatConsoleArguments(JSContextRef context, size_t count, const JSValueRef values[]);
 

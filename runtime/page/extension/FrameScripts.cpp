@@ -97,7 +97,11 @@ bool FrameScripts::isExitMarker(JSValueRef value) const {
 }
 
 void FrameScripts::reportUncaught(JSValueRef exception) {
-    if (isExitMarker(exception) || m_app.ending()) {
+    if (isExitMarker(exception)) {
+        m_app.exitUnwound();
+        return;
+    }
+    if (m_app.ending()) {
         return;
     }
     Runtime::ScriptErrorInfo info = Runtime::describeException(m_context, exception, "");
@@ -107,7 +111,11 @@ void FrameScripts::reportUncaught(JSValueRef exception) {
 
 void FrameScripts::reportErrorEvent(JSValueRef error, const std::string& message,
                                     const std::string& file, int line) {
-    if (isExitMarker(error) || m_app.ending()) {
+    if (isExitMarker(error)) {
+        m_app.exitUnwound();
+        return;
+    }
+    if (m_app.ending()) {
         return;
     }
     Runtime::ScriptErrorInfo info;

@@ -5,6 +5,7 @@
 #include <PageProtocol.h>
 #include <kv-device/AppRegistry.h>
 #include <kv-device/Memory.h>
+#include <kv-runtime/Console.h>
 #include <kv-runtime/ScriptEngine.h>
 
 #include <Logger.h>
@@ -86,13 +87,25 @@ void PageApp::end(Runtime::ExitReason reason, int code) {
         this, nullptr);
 }
 
+void PageApp::exitUnwound() {
+    if (!m_ending) {
+        return;
+    }
+    // The engine runs every timer that is due in one go, so the app's next
+    // tick may come before the loop gets to finish(): it must find the
+    // scripts stopped and the console silent.
+    stopScripts();
+}
+
 // No more of the app's script runs once it has ended: the page's own timers
 // and handlers are stopped by the engine (an execution limit of nothing for
 // the page's script engine, checked at the script's next function call or
-// loop), the plug-ins' callbacks by ending(), and an unloaded document's
-// console prints nothing. Called once the script that asked to end has
-// unwound (its finally blocks have run).
+// loop, which the engine's watchdog thread arms a moment later), the
+// plug-ins' callbacks by ending(), and the console prints nothing from here
+// on, even for a script that runs before the watchdog stops it. Called once
+// the script that asked to end has unwound (its finally blocks have run).
 void PageApp::stopScripts() {
+    Runtime::stopConsoleOutput();
     if (m_frames.empty()) {
         return;
     }

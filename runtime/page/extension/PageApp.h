@@ -52,6 +52,11 @@ public:
     // done from the loop, never inside the script call that asked.
     void end(Runtime::ExitReason reason, int code);
 
+    // The script that called runtime.exit has unwound to the engine (its
+    // finally blocks have run): from here on nothing of the app may run,
+    // though the engine may still fire timers due in the same turn.
+    void exitUnwound();
+
     // Prints an uncaught exception's report on stderr and in the log, and
     // ends the app with 1.
     void reportUncaught(const std::string& report);
