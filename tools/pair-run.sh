@@ -6,8 +6,11 @@
 #
 # APP_A is installed on a fresh "watch" (a round 360x360 screen), APP_B on a
 # fresh "phone" (412x892); the two devices are paired and their accessory
-# services linked over TLS on loopback. Both apps run at once, each with the
-# ARGUMENTs as runtime.args. An app whose content is an HTML page runs as a
+# services linked over TLS on loopback. Each app runs with the ARGUMENTs as
+# runtime.args. The app whose service profile declares a provider starts
+# first, and the other once the provider's agents are registered with its
+# device's service, so that the consumer's first search finds them (when both
+# or neither declare one, or with --together, both start at once). An app whose content is an HTML page runs as a
 # page, in a window the size of its device's screen: with a display, the two
 # windows stand side by side; without one, each goes to a virtual display.
 # When both have ended, one transcript of their output is printed, in time
@@ -26,6 +29,8 @@
 #   --screenshots DIR      write PNGs of the screens of page apps: DIR/watch.png and
 #                          DIR/phone.png when each app ends
 #   --every MS             and one every MS milliseconds, DIR/watch/<ms>.png, DIR/phone/<ms>.png
+#   --together             start both apps at once, whatever their roles (to test what
+#                          a consumer does when its first search finds nothing)
 #   --verbose              platform logs go into the transcript instead of log files
 #   --no-check             do not check the apps' scripts against the type declarations first
 #                          (./kv check; a mistake it finds stops the run before the devices start)
@@ -58,6 +63,7 @@ WORK=""
 TIMEOUT=60
 INSECURE=()
 VERBOSE=0
+TOGETHER=0
 CHECK=1
 SCREENSHOTS=""
 EVERY=""
@@ -85,6 +91,7 @@ while [ $# -gt 0 ]; do
             [[ "$2" =~ ^[0-9]+$ ]] || cli_usage_error "--every needs a number of milliseconds, not '$2'"
             EVERY="$2"; shift 2 ;;
         --verbose) VERBOSE=1; shift ;;
+        --together) TOGETHER=1; shift ;;
         --no-check) CHECK=0; shift ;;
         --) shift; ARGS=("$@"); break ;;
         -*) cli_usage_error "unknown option '$1'" ;;
@@ -199,11 +206,53 @@ run_app() {
     echo "$status" >"$WORK/$label.exit"
 }
 
+# Whether the app folder's service profile (the file that config.xml's last
+# AccessoryServicesLocation names) declares a provider.
+declares_provider() {
+    local folder="$1" location
+    location="$(grep -o '<metadata[^>]*key="AccessoryServicesLocation"[^>]*>' "$folder/config.xml" |
+        grep -o 'value="[^"]*"' | tail -n 1 | cut -d'"' -f2)"
+    [ -n "$location" ] && grep -qiE 'role[[:space:]]*=[[:space:]]*"provider"' "$folder/$location" 2>/dev/null
+}
+
+# Waits until the app has a provider agent registered with the device's
+# service (as its status reports), the app has ended, or 20 s have passed.
+wait_for_provider() {
+    local label="$1" device="$2" app="$3" tries
+    for ((tries = 0; tries < 400; tries++)); do
+        "$ACCESSORY" status "$device" --json 2>/dev/null | tr -d ' \n' |
+            grep -q "\"app\":\"$app\",\"profile\":\"[^\"]*\",\"role\":\"provider\"" && return 0
+        [ ! -f "$WORK/$label.exit" ] || return 0
+        sleep 0.05
+    done
+    say "$label: $app registered no provider agent within 20 s; the other app starts all the same"
+}
+
+# The provider's side, when exactly one app declares a provider: "watch",
+# "phone" or nothing.
+first_side() {
+    [ "$TOGETHER" = 0 ] || return 0
+    local watch_provides=0 phone_provides=0
+    declares_provider "${APPS[0]}" && watch_provides=1
+    declares_provider "${APPS[1]}" && phone_provides=1
+    if [ "$watch_provides" = 1 ] && [ "$phone_provides" = 0 ]; then echo watch; fi
+    if [ "$watch_provides" = 0 ] && [ "$phone_provides" = 1 ]; then echo phone; fi
+}
+
 [ -z "$SCREENSHOTS" ] || { mkdir -p "$SCREENSHOTS" && SCREENSHOTS="$(cd "$SCREENSHOTS" && pwd)"; }
-run_app watch "$WATCH" "$watch_app" "${APPS[0]}" 40 &
-watch_runner=$!
-run_app phone "$PHONE" "$phone_app" "${APPS[1]}" 440 &
-phone_runner=$!
+start_watch() {
+    run_app watch "$WATCH" "$watch_app" "${APPS[0]}" 40 &
+    watch_runner=$!
+}
+start_phone() {
+    run_app phone "$PHONE" "$phone_app" "${APPS[1]}" 440 &
+    phone_runner=$!
+}
+case "$(first_side)" in
+    watch) start_watch; wait_for_provider watch "$WATCH" "$watch_app"; start_phone ;;
+    phone) start_phone; wait_for_provider phone "$PHONE" "$phone_app"; start_watch ;;
+    *) start_watch; start_phone ;;
+esac
 wait "$watch_runner" "$phone_runner" || true
 
 # The transcript: both outputs merged by time (a stable sort keeps each
