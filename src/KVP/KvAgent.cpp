@@ -82,6 +82,7 @@ void KvAgent::emitServiceConnection(const DPL::SharedPtr<EventInfoServiceConnect
 }
 
 void KvAgent::OnRequestReceived(const DPL::SharedPtr<EventKvAgentFindPeerAgents>& /*event*/) {
+    LoggerI("called");
     switch (state) {
         case STATE_IDLE:
             LoggerI("Registering service agent");
@@ -207,6 +208,7 @@ void KvAgent::onError(int errorCode) {
 
 void KvAgent::OnRequestReceived(
     const DPL::SharedPtr<EventKvAgentSetServiceConnectionListener>& event) {
+    LoggerI("called");
     if (event->emitter == nullptr) {
         LoggerE("emitter was not set");
         return;
@@ -228,6 +230,7 @@ void KvAgent::OnRequestReceived(const DPL::SharedPtr<EventKvAgentSetPeerAgentFin
 }
 
 void KvAgent::OnRequestReceived(const DPL::SharedPtr<EventKvAgentRequestServiceConnection>& event) {
+    LoggerI("called");
     if (state < STATE_READY) {
         LoggerE(FOREIGN_PEER_AGENT);
         reportConnectionError(KV_CONNECTION_INVALID_PEERAGENT);
@@ -262,6 +265,7 @@ void KvAgent::OnRequestReceived(
 }
 
 void KvAgent::OnRequestReceived(const DPL::SharedPtr<EventKvAgentAuthenticatePeerAgent>& event) {
+    LoggerI("called");
     if (!isRegistered()) {
         LoggerE(FOREIGN_PEER_AGENT);
         event->error = std::make_shared<KvErrorObject>(1, "Invalid state");
@@ -316,6 +320,7 @@ void KvAgent::onAuthenticateError(const KvPeerAgentPtr& peerAgent, int errorCode
 }
 
 void KvAgent::OnRequestReceived(const DPL::SharedPtr<EventKvAgentGetKvFileTransfer>& event) {
+    LoggerI("called");
     if (fileTransfer == nullptr) {
         LoggerI("creating KvFileTransfer");
         fileTransfer = std::make_shared<KvFileTransfer>(shared_from_this());

@@ -1,5 +1,7 @@
 #include "KvpTestSupport.h"
 
+#include <functional>
+
 using namespace KvpTest;
 
 namespace {
@@ -359,4 +361,45 @@ TEST_F(AgentTest, SoftResetReturnsTheAgentToIdle) {
     agent->onSoftReset();
     EXPECT_EQ(agent->getState(), KvAgent::STATE_IDLE);
     EXPECT_EQ(agent->getAgentId(), 0u);
+}
+
+// Every request handler of the agent logs "called" before anything else, in
+// any state.
+TEST_F(AgentTest, EveryRequestHandlerLogsCalledFirst) {
+    const auto firstHandlerLine = [](const DlogCapture& log) {
+        for (const DlogLine& line : log.lines()) {
+            if (line.message.rfind("KvAgent.cpp: OnRequestReceived(", 0) == 0) {
+                return line.message.substr(line.message.find("> ") + 2);
+            }
+        }
+        return std::string("(nothing logged)");
+    };
+    const KvPeerAgentPtr peer = peerOf("watch.sensor");
+    auto connect = std::make_shared<EventKvAgentRequestServiceConnection>();
+    connect->peerAgent = peer;
+    auto authenticate = std::make_shared<EventKvAgentAuthenticatePeerAgent>();
+    authenticate->peerAgent = peer;
+    auto accept = std::make_shared<EventKvAgentAcceptServiceConnectionRequest>();
+    accept->peerAgent = peer;
+    auto reject = std::make_shared<EventKvAgentRejectServiceConnectionRequest>();
+    reject->peerAgent = peer;
+    const std::vector<std::pair<std::string, std::function<void()>>> requests = {
+        {"find", [&] { find(); }},
+        {"connection listener",
+         [&] { request(*agent, std::make_shared<EventKvAgentSetServiceConnectionListener>()); }},
+        {"search listener",
+         [&] { request(*agent, std::make_shared<EventKvAgentSetPeerAgentFindListener>()); }},
+        {"connect", [&] { request(*agent, connect); }},
+        {"authenticate", [&] { request(*agent, authenticate); }},
+        {"accept", [&] { request(*agent, accept); }},
+        {"reject", [&] { request(*agent, reject); }},
+        {"file transfer",
+         [&] { request(*agent, std::make_shared<EventKvAgentGetKvFileTransfer>()); }},
+    };
+    for (const auto& [name, send] : requests) {
+        DlogCapture log;
+        send();
+        EXPECT_EQ(firstHandlerLine(log), "called") << name;
+    }
+    drainLoop();
 }

@@ -353,3 +353,53 @@ TEST_F(ProxyRoutingTest, FileTransferNotificationsAreRoutedTheSameWay) {
     }
     EXPECT_EQ(log.count("<<<<<< done"), 4u);
 }
+
+// Each library call whose result is none of the header's answers is named in
+// a warning with the value, and the bridge goes on as for a failure.
+TEST_F(ProxyRoutingTest, EveryCallThatReturnsAnUnknownResultIsNamedInAWarning) {
+    DlogCapture log;
+    const auto expectWarning = [&](const std::string& function) {
+        EXPECT_TRUE(log.contains(DLOG_WARN, function + " returns wrong value : 9")) << function;
+    };
+    KvpDouble::queueResult("getPeerAccessory", 9);
+    KvpDouble::notifications().onPeerAgent(7, peer.get(), 0);
+    expectWarning("getPeerAccessory");
+    ASSERT_EQ(agent->peers.size(), 1u);
+    EXPECT_EQ(agent->peers[0]->getMaxAllowedDataSize(), 0u) << "read as a failed lookup";
+    const KvPeerAgentPtr found = agent->peers[0];
+
+    KvpDouble::queueResult("findPeerAgent", 9);
+    proxy().findPeerAgent(agent);
+    expectWarning("findPeerAgent");
+
+    KvpDouble::queueResult("createServiceConnection", 9);
+    proxy().requestServiceConnection(agent, found);
+    expectWarning("createServiceConnection");
+
+    KvpDouble::queueResult("authenticatePeerAgent", 9);
+    proxy().authenticatePeerAgent(agent, found);
+    expectWarning("authenticatePeerAgent");
+
+    agent->acceptInRequest = true;
+    KvpDouble::queueResult("acceptServiceConnection", 9);
+    KvpDouble::notifications().onServiceConnectionIndication(7, 320, peer.get());
+    expectWarning("acceptServiceConnection");
+    agent->acceptInRequest = false;
+
+    agent->rejectInRequest = true;
+    KvpDouble::queueResult("rejectServiceConnection", 9);
+    KvpDouble::notifications().onServiceConnectionIndication(7, 321, peer.get());
+    expectWarning("rejectServiceConnection");
+    agent->rejectInRequest = false;
+
+    const KvpDouble::Peer other{101, "phone.other", "watch.sensor"};
+    const KvSocketPtr socket = connect(other, 322);
+    KvpDouble::queueResult("terminateServiceConnection", 9);
+    EXPECT_FALSE(proxy().terminateServiceConnection(socket));
+    expectWarning("terminateServiceConnection");
+
+    KvpDouble::queueResult("deRegisterServiceAgent", 9);
+    KvpDouble::notifications().onDeviceStatus(4, 0);
+    expectWarning("deRegisterServiceAgent");
+    drainLoop();
+}

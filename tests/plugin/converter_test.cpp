@@ -124,11 +124,20 @@ TEST_F(KvConverterTest, PeerAgentObjectConvertsBackToItsRecord) {
     EXPECT_EQ(converter.toKvPeerAgent(object), peer);
 }
 
+KvSocketPtr socketTo(const KvPeerAgentPtr& peer) {
+    auto socket = std::make_shared<KvSocket>();
+    socket->setPeerAgent(peer);
+    socket->setConnectionId(300);
+    return socket;
+}
+
 TEST_F(KvConverterTest, AnythingButAPeerAgentIsRejected) {
     const std::vector<JSValueRef> values = {
         JSValueMakeNumber(script.get(), 5), JSValueMakeNull(script.get()),
         JSValueMakeUndefined(script.get()), script.evaluate("({peerId: 'peer-1'})"),
-        converter.toJSValueRef(makeAccessory())};
+        converter.toJSValueRef(makeAccessory()),
+        // A socket carries a peer agent but is none.
+        converter.toJSValueRef(socketTo(makePeer("peer-1")))};
     for (JSValueRef value : values) {
         EXPECT_EQ(conversionMessage([&] { converter.toKvPeerAgent(value); }),
                   "Not a KvPeerAgent object")
