@@ -254,7 +254,7 @@ int sendSecureData(unsigned int connectionId, unsigned short channelId, unsigned
 int authenticatePeerAgent(unsigned int agentId, const kvp_peer_agent_t* peer);
 
 /* Offers the file at `path` (a KVP_PATH_BUFFER_SIZE buffer) to `peer` on behalf of `agentId`.
-   Returns the new transaction id, or -1 on failure. */
+   Returns the new transaction id, or KVP_ERROR_GENERAL (-1) on failure. */
 int pushFile(char* path, const kvp_peer_agent_t* peer, unsigned int agentId);
 /* Answers an offered file: accept (non-zero) saves it at `path` (a KVP_PATH_BUFFER_SIZE buffer),
    reject ignores `path`. */

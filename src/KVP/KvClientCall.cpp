@@ -14,7 +14,7 @@ int call(const char* name, const std::function<int()>& function) {
 }
 
 bool isKnownResult(const char* what, int result) {
-    if (result >= -2 && result <= 1) {
+    if (result >= kLowestResult && result <= kHighestResult) {
         return true;
     }
     LoggerW(what << " returns wrong value : " << result);

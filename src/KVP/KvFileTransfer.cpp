@@ -129,9 +129,9 @@ void KvFileTransfer::OnRequestReceived(const DPL::SharedPtr<EventKvFileTransferC
     LoggerI("called");
     const int result =
         KvProxySingleton::Instance().cancelFile(shared_from_this(), event->transferId);
-    if (result == 0) {
+    if (result == KvProxy::CANCEL_FILE_DONE) {
         event->setExceptionCode(ExceptionCodes::None);
-    } else if (result == 2) {
+    } else if (result == KvProxy::CANCEL_FILE_NO_TRANSFER) {
         LoggerW("No transferId");
         event->setExceptionCode(ExceptionCodes::NotFoundException);
     } else {

@@ -105,7 +105,12 @@ public:
     // True when the library refused.
     bool receiveFile(const KvFileTransferPtr& fileTransfer, int transactionId,
                      const std::string& path, bool accept);
-    // 0 cancelled, 1 the library refused, 2 unknown transaction id.
+    // What cancelFile answers.
+    enum CancelFileResult : int {
+        CANCEL_FILE_DONE = 0,
+        CANCEL_FILE_REFUSED = 1,     // the library refused
+        CANCEL_FILE_NO_TRANSFER = 2  // no transfer has the transaction id
+    };
     int cancelFile(const KvFileTransferPtr& fileTransfer, int transactionId);
 
     // The library's notifications, reached through the kvp_On* functions.

@@ -95,7 +95,7 @@ int KvProxy::sendFile(const KvFileTransferPtr& fileTransfer, const KvPeerAgentPt
     LoggerI(">>>>>> ::pushFile()");
     int transactionId = pushFile(buffer.text, peerAgent->getRecord(), agentId);
     LoggerI(">>>>>> ::pushFile returns (transactionId : " << transactionId << ")");
-    if (transactionId != -1) {
+    if (transactionId != KVP_ERROR_GENERAL) {
         sendTransactions[transactionId] = agentId;
         return transactionId;
     }
@@ -113,30 +113,30 @@ bool KvProxy::receiveFile(const KvFileTransferPtr& fileTransfer, int transaction
     PathBuffer buffer(path);
     const int result = KvClientCall::call(
         "receiveFile", [&] { return ::receiveFile(transactionId, buffer.text, accept ? 1 : 0); });
-    if (result == 0) {
+    if (result == KVP_SUCCESS) {
         const KvAgentPtr agent = fileTransfer->getKvAgent();
         receiveTransactions[transactionId] = agent != nullptr ? agent->getAgentId() : 0;
         receivePaths[transactionId] = path;
     } else {
         KvClientCall::isKnownResult("receiveFile", result);
     }
-    return result != 0;
+    return result != KVP_SUCCESS;
 }
 
 int KvProxy::cancelFile(const KvFileTransferPtr& /*fileTransfer*/, int transactionId) {
     LoggerI("called");
     const bool receiving = receiveTransactions.count(transactionId) != 0;
     if (!receiving && sendTransactions.count(transactionId) == 0) {
-        return 2;
+        return CANCEL_FILE_NO_TRANSFER;
     }
     LoggerI((receiving ? "Canceling receiving file" : "Canceling sending file"));
     const int result =
         KvClientCall::call("cancelFile", [transactionId] { return ::cancelFile(transactionId); });
-    if (result == 0) {
-        return 0;
+    if (result == KVP_SUCCESS) {
+        return CANCEL_FILE_DONE;
     }
     KvClientCall::isKnownResult("cancelFile", result);
-    return 1;
+    return CANCEL_FILE_REFUSED;
 }
 
 void KvProxy::OnSendFile(int transactionId, const char* fileName, unsigned long agentId) {

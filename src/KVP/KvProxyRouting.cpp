@@ -68,7 +68,7 @@ KvPeerAgentPtr KvProxy::makePeerAgent(const PeerAgentWrapperPtr& wrapper) {
         return getPeerAccessory(accessoryId, &accessory);
     });
     KvClientCall::isKnownResult("getPeerAccessory", result);
-    if (result != 0) {
+    if (result != KVP_SUCCESS) {
         accessory = kvp_peer_accessory_t{};
     }
     accessory.deviceAddress[sizeof accessory.deviceAddress - 1] = '\0';
@@ -85,7 +85,7 @@ void KvProxy::findPeerAgent(const KvAgentPtr& agent) {
     const unsigned int agentId = agent->getAgentId();
     const int result =
         KvClientCall::call("findPeerAgent", [agentId] { return ::findPeerAgent(agentId); });
-    if (result != 0) {
+    if (result != KVP_SUCCESS) {
         KvClientCall::isKnownResult("findPeerAgent", result);
         postFindError(agent, KV_FIND_DEVICE_NOT_CONNECTED);
     }
@@ -163,7 +163,7 @@ void KvProxy::requestServiceConnectionPriv(const KvAgentPtr& agent,
         return createServiceConnection(agentId, record);
     });
     KvClientCall::isKnownResult("createServiceConnection", result);
-    if (result == -1) {
+    if (result == KVP_ERROR_GENERAL) {
         postConnectionError(agent, KV_CONNECTION_DEVICE_UNREACHABLE);
     }
 }
@@ -232,7 +232,7 @@ void KvProxy::acceptServiceConnection(const KvAgentPtr& agent, const KvPeerAgent
                           result)) {
         return;
     }
-    if (result != 0) {
+    if (result != KVP_SUCCESS) {
         LoggerE("acceptServiceConnection returns failure");
         KvClientCall::isKnownResult("acceptServiceConnection", result);
         postConnectionError(agent, KV_CONNECTION_DEVICE_UNREACHABLE);
@@ -258,7 +258,7 @@ void KvProxy::authenticatePeerAgent(const KvAgentPtr& agent, const KvPeerAgentPt
         return ::authenticatePeerAgent(agentId, record);
     });
     KvClientCall::isKnownResult("authenticatePeerAgent", result);
-    if (result != 0) {
+    if (result != KVP_SUCCESS) {
         KvIdleCallback<KvAgent>::post(
             agent, [peerAgent](KvAgent& target) { target.onAuthenticateError(peerAgent, 0); });
     }
@@ -301,7 +301,7 @@ int KvProxy::sendDataWith(const char* name, const KvSocketPtr& socket, uint16_t 
     const int result = KvClientCall::call(name, [&] {
         return send(connectionId, channelId, static_cast<unsigned int>(data.size()), data.data());
     });
-    if (result > 5) {
+    if (result > KvClientCall::kHighestSendResult) {
         LoggerE("Wrong result");
     }
     return result;
@@ -326,7 +326,7 @@ bool KvProxy::terminateServiceConnection(const KvSocketPtr& socket) {
         return ::terminateServiceConnection(connectionId);
     });
     KvClientCall::isKnownResult("terminateServiceConnection", result);
-    return result == 0;
+    return result == KVP_SUCCESS;
 }
 
 void KvProxy::OnServiceTerminationIndication(unsigned long connectionId, int reason) {
