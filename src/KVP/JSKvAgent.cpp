@@ -52,19 +52,6 @@ JSValueRef readChannelIds(KvConverter& converter, const KvAgent& agent) {
     return converter.toJSValueRef(std::vector<int>(channelIds.begin(), channelIds.end()));
 }
 
-// The peer agent that a request names in its first argument.
-KvPeerAgentPtr peerAgentArgument(JSContextRef context, size_t argumentCount,
-                                 const JSValueRef arguments[]) {
-    if (argumentCount == 0) {
-        ThrowMsg(ConversionException, "Argument is needed.");
-    }
-    try {
-        return KvConverter(context).toKvPeerAgent(arguments[0]);
-    } catch (const ConversionException&) {
-        ThrowMsg(ConversionException, "1st argument is not a KvPeerAgent object.");
-    }
-}
-
 // Posts a request about the peer agent of the first argument; its outcome
 // comes back through the service connection listener. The request is handled
 // in place: an accept or a reject must reach the bridge while it still knows
@@ -76,7 +63,8 @@ JSValueRef postPeerAgentRequest(JSContextRef context, JSObjectRef thisObject, si
         auto& controller =
             controllerOf<KvAgentController>(context, thisObject, JSKvAgent::getClassRef());
         auto event = std::make_shared<Event>();
-        event->peerAgent = peerAgentArgument(context, argumentCount, arguments);
+        event->peerAgent = KvConverter(context).toKvPeerAgentArgument(
+            argumentCount, arguments, "1st argument is not a KvPeerAgent object.");
         postSynchronously(*controller.getObject(), event);
         return JSValueMakeUndefined(context);
     });
@@ -221,7 +209,8 @@ JSValueRef JSKvAgent::authenticatePeerAgent(JSContextRef context, JSObjectRef /*
     return callScriptMethod(context, exception, [&] {
         auto& controller = controllerOf<KvAgentController>(context, thisObject, getClassRef());
         auto event = std::make_shared<EventKvAgentAuthenticatePeerAgent>();
-        event->peerAgent = peerAgentArgument(context, argumentCount, arguments);
+        event->peerAgent = KvConverter(context).toKvPeerAgentArgument(
+            argumentCount, arguments, "1st argument is not a KvPeerAgent object.");
         ArgumentValidator validator(context, argumentCount, arguments);
         JSObjectRef onSuccess = validator.toFunction(1);
         JSObjectRef onError = validator.toFunction(2, true);

@@ -52,15 +52,6 @@ void throwOnFailure(ExceptionCodes::Enumeration code, const char* invalidFile) {
     }
 }
 
-// The peer agent of the first argument of sendFile.
-KvPeerAgentPtr peerAgentArgument(JSContextRef context, const ArgumentValidator& validator) {
-    try {
-        return KvConverter(context).toKvPeerAgent(validator.getArgument(0));
-    } catch (const ConversionException&) {
-        ThrowMsg(ConversionException, "1st argument must be PeerAgent");
-    }
-}
-
 // Posts a request about the transfer of the first argument.
 template <class Event>
 JSValueRef postTransferRequest(JSContextRef context, JSObjectRef thisObject, size_t argumentCount,
@@ -143,7 +134,8 @@ JSValueRef JSKvFileTransfer::sendFile(JSContextRef context, JSObjectRef /*functi
         KvFileTransferController& controller = controllerOfFileTransfer(context, thisObject);
         ArgumentValidator validator(context, argumentCount, arguments);
         auto event = std::make_shared<EventKvFileTransferSendFile>();
-        event->peerAgent = peerAgentArgument(context, validator);
+        event->peerAgent = KvConverter(context).toKvPeerAgent(validator.getArgument(0),
+                                                              "1st argument must be PeerAgent");
         event->fileUri = validator.toString(1);
         postSynchronously(*controller.getObject(), event);
         throwOnFailure(event->getExceptionCode(), "File scheme is not valid.");

@@ -3,15 +3,11 @@
 #include "JSClassHolder.h"
 #include "JSPrivateData.h"
 #include "JSRecordGetter.h"
-
-#include <JSWebAPIErrorFactory.h>
-#include <Logger.h>
+#include "JSScriptMethod.h"
+#include "KvConverter.h"
 
 namespace DeviceAPI {
 namespace KVP {
-
-using DeviceAPI::Common::JSWebAPIErrorFactory;
-using WrtDeviceApis::Commons::ConversionException;
 
 namespace {
 
@@ -36,20 +32,6 @@ JSValueRef readPeerId(KvConverter& converter, const KvPeerAgent& peer) {
 
 JSValueRef readProfileVersion(KvConverter& converter, const KvPeerAgent& peer) {
     return converter.toJSValueRef(peer.getProfileVersion());
-}
-
-// The peer agent given as the argument of `equals`; a missing argument or
-// one of any other kind throws ConversionException with the script's message.
-KvPeerAgentPtr otherPeerAgent(JSContextRef context, size_t argumentCount,
-                              const JSValueRef arguments[]) {
-    if (argumentCount == 0) {
-        ThrowMsg(ConversionException, "Argument is needed.");
-    }
-    try {
-        return KvConverter(context).toKvPeerAgent(arguments[0]);
-    } catch (const ConversionException&) {
-        ThrowMsg(ConversionException, "Arguments is not a KvPeerAgent object.");
-    }
 }
 
 }  // namespace
@@ -89,27 +71,15 @@ void JSKvPeerAgent::finalize(JSObjectRef object) {
 JSValueRef JSKvPeerAgent::equals(JSContextRef context, JSObjectRef /*function*/,
                                  JSObjectRef thisObject, size_t argumentCount,
                                  const JSValueRef arguments[], JSValueRef* exception) {
-    LoggerI("entered");
-    try {
+    return callScriptMethod(context, exception, [&] {
         auto* priv = privateDataOf<JSKvPeerAgentPriv>(context, thisObject, getClassRef());
         if (priv == nullptr) {
-            LoggerE("No private object");
-            return JSWebAPIErrorFactory::postException(
-                context, exception, JSWebAPIErrorFactory::TYPE_MISMATCH_ERROR, "Wrong object");
+            ThrowMsg(WrtDeviceApis::Commons::NullPointerException, "No private object.");
         }
-        const KvPeerAgentPtr other = otherPeerAgent(context, argumentCount, arguments);
+        const KvPeerAgentPtr other = KvConverter(context).toKvPeerAgentArgument(
+            argumentCount, arguments, "Arguments is not a KvPeerAgent object.");
         return JSValueMakeBoolean(context, priv->getObject()->isSamePeer(*other));
-    } catch (const ConversionException& error) {
-        LoggerE("Error on conversion : " << error.GetMessage());
-        return JSWebAPIErrorFactory::postException(
-            context, exception, JSWebAPIErrorFactory::TYPE_MISMATCH_ERROR, error.GetMessage());
-    } catch (const std::exception& error) {
-        LoggerE("Error on platform : " << error.what());
-    } catch (...) {
-        LoggerE("Error on platform : unknown");
-    }
-    return JSWebAPIErrorFactory::postException(
-        context, exception, JSWebAPIErrorFactory::UNKNOWN_ERROR, "Internal error");
+    });
 }
 
 }  // namespace KVP

@@ -109,6 +109,22 @@ KvPeerAgentPtr KvConverter::toKvPeerAgent(JSValueRef value) {
     return priv->getObject();
 }
 
+KvPeerAgentPtr KvConverter::toKvPeerAgent(JSValueRef value, const std::string& message) {
+    try {
+        return toKvPeerAgent(value);
+    } catch (const ConversionException&) {
+        ThrowMsg(ConversionException, message);
+    }
+}
+
+KvPeerAgentPtr KvConverter::toKvPeerAgentArgument(size_t count, const JSValueRef arguments[],
+                                                  const std::string& message) {
+    if (count == 0) {
+        ThrowMsg(ConversionException, "Argument is needed.");
+    }
+    return toKvPeerAgent(arguments[0], message);
+}
+
 JSValueRef KvConverter::toJSValueRef(const KvAgentListPtr& agents) {
     JSValueRef exception = nullptr;
     JSObjectRef array = JSObjectMakeArray(m_context, 0, nullptr, &exception);

@@ -53,6 +53,13 @@ public:
     // The native record behind a KvPeerAgent script object. Throws
     // ConversionException "Not a KvPeerAgent object" for any other value.
     KvPeerAgentPtr toKvPeerAgent(JSValueRef value);
+    // As toKvPeerAgent, with `message` as the ConversionException's message
+    // for a value that is no peer agent: the text a script method answers.
+    KvPeerAgentPtr toKvPeerAgent(JSValueRef value, const std::string& message);
+    // The peer agent of a script method's first argument: ConversionException
+    // "Argument is needed." when there is none, else as above.
+    KvPeerAgentPtr toKvPeerAgentArgument(size_t count, const JSValueRef arguments[],
+                                         const std::string& message);
 
     // A script array of new KvAgent objects, one per agent, in list order
     // (a null list gives an empty array).
