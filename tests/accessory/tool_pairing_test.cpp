@@ -80,6 +80,23 @@ protected:
         return path;
     }
 
+    struct Answers {
+        ProcessResult listened;    // the watch's side, which listens
+        ProcessResult connecting;  // the phone's side
+    };
+
+    // Pairs `watch` (listening) and `phone` (connecting) over loopback, each
+    // user answering as given.
+    static Answers pairOverLoopback(const std::string& watch, const std::string& phone,
+                                    const std::string& watchAnswer,
+                                    const std::string& phoneAnswer) {
+        Listener listener(watch, watchAnswer);
+        EXPECT_FALSE(listener.address().empty());
+        ProcessResult connecting =
+            tool("pair " + phone + " --connect " + listener.address(), phoneAnswer);
+        return {listener.finish(), std::move(connecting)};
+    }
+
     TempFolder folder;
 };
 
@@ -104,11 +121,7 @@ TEST_F(ToolPairingTest, TwoLocalFoldersPinEachOther) {
 TEST_F(ToolPairingTest, DevicesOfTwoHostsShowOneCodeAndPinOnlyWhenConfirmed) {
     const std::string watch = device("watch");
     const std::string phone = device("phone");
-    Listener listener(watch, "y");
-    ASSERT_FALSE(listener.address().empty());
-    const ProcessResult connecting =
-        tool("pair " + phone + " --connect " + listener.address(), "y");
-    const ProcessResult listened = listener.finish();
+    const auto [listened, connecting] = pairOverLoopback(watch, phone, "y", "y");
     ASSERT_EQ(listened.exitCode, 0) << listened.output;
     ASSERT_EQ(connecting.exitCode, 0) << connecting.output;
     EXPECT_FALSE(codeIn(listened.output).empty()) << listened.output;
@@ -120,11 +133,7 @@ TEST_F(ToolPairingTest, DevicesOfTwoHostsShowOneCodeAndPinOnlyWhenConfirmed) {
 TEST_F(ToolPairingTest, ACodeThatIsNotConfirmedPinsNothing) {
     const std::string watch = device("watch");
     const std::string phone = device("phone");
-    Listener listener(watch, "n");
-    ASSERT_FALSE(listener.address().empty());
-    const ProcessResult connecting =
-        tool("pair " + phone + " --connect " + listener.address(), "y");
-    const ProcessResult listened = listener.finish();
+    const auto [listened, connecting] = pairOverLoopback(watch, phone, "n", "y");
     EXPECT_NE(listened.exitCode, 0);
     EXPECT_NE(listened.output.find("not paired"), std::string::npos) << listened.output;
     EXPECT_NE(listened.output.find("the codes were not confirmed; nothing was pinned"),
@@ -146,11 +155,7 @@ TEST_F(ToolPairingTest, ACodeThatIsNotConfirmedPinsNothing) {
 TEST_F(ToolPairingTest, TheListenersConfirmationAloneAlsoPinsNothing) {
     const std::string watch = device("watch");
     const std::string phone = device("phone");
-    Listener listener(watch, "y");
-    ASSERT_FALSE(listener.address().empty());
-    const ProcessResult connecting =
-        tool("pair " + phone + " --connect " + listener.address(), "n");
-    const ProcessResult listened = listener.finish();
+    const auto [listened, connecting] = pairOverLoopback(watch, phone, "y", "n");
     EXPECT_NE(connecting.exitCode, 0);
     EXPECT_NE(listened.exitCode, 0);
     EXPECT_NE(listened.output.find("the other device's user did not confirm the code"),

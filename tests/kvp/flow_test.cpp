@@ -55,6 +55,24 @@ protected:
         }
         return nullptr;
     }
+
+    // Registers the agent as 8, opens a connection `connectionId` to the peer
+    // agent `peerId` and sets `status` as the socket's status listener.
+    static KvSocketPtr watchedSocket(const ListenedAgent& listened, unsigned int peerId,
+                                     unsigned int connectionId,
+                                     RecordingListener<EventKvSocketSocketStatusListener>& status) {
+        KvpDouble::notifications().onRegisterServiceAgentConfirm(0, 8);
+        drainLoop();
+        KvpDouble::Peer peer(peerId, "phone", "watch");
+        KvpDouble::notifications().onServiceCreateConfirm(8, connectionId, peer.get(), 0);
+        const KvSocketPtr socket = connectedSocket(listened);
+        if (socket != nullptr) {
+            auto statusListener = std::make_shared<EventKvSocketSetSocketStatusListener>();
+            statusListener->emitter = emitterFor(status);
+            request(*socket, statusListener);
+        }
+        return socket;
+    }
 };
 
 }  // namespace
@@ -134,16 +152,9 @@ TEST_F(FlowTest, SoftResetDefersANewConnectionToTheSamePeerUntilTheOldOneEnds) {
 
 TEST_F(FlowTest, DetachEndsConnectionsAndTransfersThroughTheirListeners) {
     ListenedAgent listened = listenedAgent("watch");
-    KvpDouble::notifications().onRegisterServiceAgentConfirm(0, 8);
-    drainLoop();
-    KvpDouble::Peer peer(61, "phone", "watch");
-    KvpDouble::notifications().onServiceCreateConfirm(8, 701, peer.get(), 0);
-    const KvSocketPtr socket = connectedSocket(listened);
-    ASSERT_NE(socket, nullptr);
     RecordingListener<EventKvSocketSocketStatusListener> status;
-    auto statusListener = std::make_shared<EventKvSocketSetSocketStatusListener>();
-    statusListener->emitter = emitterFor(status);
-    request(*socket, statusListener);
+    const KvSocketPtr socket = watchedSocket(listened, 61, 701, status);
+    ASSERT_NE(socket, nullptr);
 
     const KvFileTransferPtr transfer =
         request(*listened.agent, std::make_shared<EventKvAgentGetKvFileTransfer>())->fileTransfer;
@@ -177,16 +188,9 @@ TEST_F(FlowTest, DetachEndsConnectionsAndTransfersThroughTheirListeners) {
 // listener: the detach that follows reaches it too.
 TEST_F(FlowTest, APeerClosedConnectionHearsTheLaterDetachToo) {
     ListenedAgent listened = listenedAgent("watch");
-    KvpDouble::notifications().onRegisterServiceAgentConfirm(0, 8);
-    drainLoop();
-    KvpDouble::Peer peer(63, "phone", "watch");
-    KvpDouble::notifications().onServiceCreateConfirm(8, 703, peer.get(), 0);
-    const KvSocketPtr socket = connectedSocket(listened);
-    ASSERT_NE(socket, nullptr);
     RecordingListener<EventKvSocketSocketStatusListener> status;
-    auto statusListener = std::make_shared<EventKvSocketSetSocketStatusListener>();
-    statusListener->emitter = emitterFor(status);
-    request(*socket, statusListener);
+    const KvSocketPtr socket = watchedSocket(listened, 63, 703, status);
+    ASSERT_NE(socket, nullptr);
 
     KvpDouble::notifications().onServiceTerminationIndication(703, KV_SOCKET_PEER_DISCONNECTED);
     drainLoop();
