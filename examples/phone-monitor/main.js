@@ -4,7 +4,8 @@
 // connection.
 //
 // As it is, the app does all of that by itself and ends (after --linger MS,
-// if given). With the argument --manual it waits for a person instead:
+// if given). When the link to the watch goes on the way, it waits for the
+// link to come back, finds the watch again and goes on where it was. With the argument --manual it waits for a person instead:
 // Connect, Send report, Disconnect and Exit each do one step.
 var manual = runtime.args.indexOf('--manual') >= 0;
 // With "--linger MS" the app stays that long once done, so that a person
@@ -65,6 +66,7 @@ var connecting = false;
 var echoesAwaited = 0;
 var readings = 0;
 var reportSent = false;
+var done = false;
 
 function sendReportWhenReady() {
     if (!manual && socket && echoesAwaited === 0 && readings >= 3 && !reportSent) {
@@ -106,6 +108,12 @@ function talk(connected) {
     socket.setSocketStatusListener(function (reason) {
         log('connection ended:', reason);
         disconnected('the watch ended the connection (' + reason + ')');
+        if (!manual && !done && reason === 'DEVICE_DETACHED') {
+            // The device status listener hears when the link is back.
+            log('waiting for the watch to come back');
+        } else if (!manual && !done) {
+            setTimeout(connect, 1000);
+        }
     });
     agent.channelIds.forEach(function (channelId) {
         var hello = 'hello on channel ' + channelId;
@@ -162,6 +170,7 @@ function watchFileSending() {
             log('file sent:', fileUri);
             screen.progress(100, 'report.txt sent');
             if (!manual) {
+                done = true;
                 socket.close();
                 disconnected('done: report sent, connection closed');
                 log('done');
@@ -173,8 +182,14 @@ function watchFileSending() {
         onerror: function (transferId, error) {
             reportSent = false;
             screen.progress(0, 'not sent');
-            fail('file send failed:')(error);
             screen.enable('send', socket !== null);
+            if (error === 'PEER_CONN_LOST' || socket === null) {
+                // The link went during the transfer: the report goes again
+                // once the watch is connected again.
+                log('report not sent (' + error + '); it goes again once connected');
+                return;
+            }
+            fail('file send failed:')(error);
         }
     });
 }
@@ -191,6 +206,17 @@ document.getElementById('exit').addEventListener('click', function () {
     runtime.exit(0);
 });
 
+// When the link comes back the agent registers again by itself; peer agents
+// found over the old link are no longer valid, so the watch is found anew.
+webapis.kv.setDeviceStatusListener(function (transportType, status) {
+    log('device', status);
+    if (status === 'ATTACHED' && agent && !manual && !done && socket === null) {
+        watch = null;
+        connecting = false;
+        agent.findPeerAgents();
+    }
+});
+
 webapis.kv.requestKvAgent(function (agents) {
     agent = agents[0];
     log('agent', agent.name, 'as', agent.role);
@@ -200,7 +226,19 @@ webapis.kv.requestKvAgent(function (agents) {
         onerror: function (error) {
             connecting = false;
             screen.enable('connect', watch !== null);
-            fail('connection failed:')(error);
+            if (error === 'INVALID_PEERAGENT') {
+                // A peer agent of an earlier link: search again.
+                watch = null;
+                agent.findPeerAgents();
+            } else if (error === 'DEVICE_UNREACHABLE' || error === 'NETWORK_ERROR' ||
+                       error === 'PEERAGENT_NO_RESPONSE') {
+                // No link, or one that went during the request: the device
+                // status listener hears when it is back; try again meanwhile.
+                log('connection failed:', error + '; trying again');
+                setTimeout(connect, 1000);
+            } else {
+                fail('connection failed:')(error);
+            }
         }
     });
     agent.setPeerAgentFindListener({

@@ -85,7 +85,11 @@ function acceptFiles(agent) {
             receivedFile = true;
             finishWhenDone();
         },
-        onerror: fail('file receive failed:')
+        onerror: function (transferId, error) {
+            // The link went during the transfer: the phone sends it again.
+            log('file not received (' + error + '); waiting for it again');
+            screen.file('not received (' + error + ')', 0);
+        }
     });
 }
 
@@ -104,7 +108,11 @@ function serve(socket, channelId) {
     socket.setDataReceiveListener(function (channelId, data) {
         log('channel', channelId, 'got', JSON.stringify(data));
         screen.show('message', 'channel ' + channelId + ': ' + data);
-        socket.sendData(channelId, 'echo ' + data);
+        try {
+            socket.sendData(channelId, 'echo ' + data);
+        } catch (error) {
+            log('no echo:', error.name);  // the link has just gone
+        }
     });
     socket.setSocketStatusListener(function (reason) {
         log('connection ended:', reason);
