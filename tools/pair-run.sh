@@ -2,6 +2,7 @@
 # Runs two apps on a fresh pair of emulated devices and shows what they did.
 #
 #   kv pair-run [OPTIONS] APP_A APP_B [-- ARGUMENT...]
+#   kv pair-run --chaos N [CHAOS OPTIONS] [OPTIONS] APP_A APP_B [-- ARGUMENT...]
 #   kv pair-run --help | --version
 #
 # APP_A is installed on a fresh "watch" (a round 360x360 screen), APP_B on a
@@ -26,6 +27,11 @@
 #   --watch-file FILE PATH put a copy of FILE at the device path PATH of the watch before
 #   --phone-file FILE PATH   the apps start (e.g. /opt/usr/media/Documents/report.txt)
 #   --insecure             link the devices over plain TCP instead of TLS
+#   --link-profile NAME    emulate that link: unlimited (default), wifi, usb, bt, ble
+#   --fault LINE           make one link fault while the apps run (tools/link-fault.sh
+#                          says how LINE reads, e.g. "long-stall phone messages 12 104");
+#                          what happened goes to fault.txt in the work folder
+#   --keep-devices         leave both devices' services running at the end
 #   --screenshots DIR      write PNGs of the screens of page apps: DIR/watch.png and
 #                          DIR/phone.png when each app ends
 #   --every MS             and one every MS milliseconds, DIR/watch/<ms>.png, DIR/phone/<ms>.png
@@ -34,6 +40,10 @@
 #   --verbose              platform logs go into the transcript instead of log files
 #   --no-check             do not check the apps' scripts against the type declarations first
 #                          (./kv check; a mistake it finds stops the run before the devices start)
+#
+# With --chaos N the pair goes through N trials, each on fresh devices, with
+# one random fault at a random moment (tools/pair-chaos.sh; --chaos --help
+# lists its options).
 #
 # Exits with 0 when both apps ended with 0, 1 when one did not, 2 on a usage
 # error (one line that names it).
@@ -46,7 +56,15 @@ CLI_COMMAND="./kv pair-run"
 CLI_SCRIPT="${BASH_SOURCE[0]}"
 # shellcheck source=tools/cli.sh
 . "$ROOT/tools/cli.sh"
+for argument in "$@"; do
+    [ "$argument" != -- ] || break
+    [ "$argument" != --chaos ] || exec "$ROOT/tools/pair-chaos.sh" "$@"
+done
 cli_answer_help_and_version "$@"
+# shellcheck source=tools/link-fault.sh
+. "$ROOT/tools/link-fault.sh"
+# shellcheck source=tools/app-profile.sh
+. "$ROOT/tools/app-profile.sh"
 
 # A value an option needs: "needs" says what it must be.
 need() {
@@ -62,6 +80,10 @@ BUILD="${KV_BUILD:-$ROOT/build}"
 WORK=""
 TIMEOUT=60
 INSECURE=()
+LINK_PROFILE=()
+FAULT=""
+KEEP_DEVICES=0
+LINK_BOUND_SECONDS="${KV_LINK_BOUND_SECONDS:-10}"
 VERBOSE=0
 TOGETHER=0
 CHECK=1
@@ -85,6 +107,9 @@ while [ $# -gt 0 ]; do
             if [ "$1" = --watch-file ]; then WATCH_FILES+=("$2" "$3"); else PHONE_FILES+=("$2" "$3"); fi
             shift 3 ;;
         --insecure) INSECURE=(--insecure); shift ;;
+        --link-profile) need "$1" $# "a link profile"; LINK_PROFILE=(--link-profile "$2"); shift 2 ;;
+        --fault) need "$1" $# "a fault line"; FAULT="$2"; shift 2 ;;
+        --keep-devices) KEEP_DEVICES=1; shift ;;
         --screenshots) need "$1" $# "a folder"; SCREENSHOTS="$2"; shift 2 ;;
         --every)
             need "$1" $# "a number of milliseconds"
@@ -135,7 +160,9 @@ WORK="$(cd "$WORK" && pwd)"
 WATCH="$WORK/watch"
 PHONE="$WORK/phone"
 
-stop_devices() { "$ACCESSORY" stop "$WATCH" "$PHONE" >/dev/null 2>&1 || true; }
+stop_devices() {
+    [ "$KEEP_DEVICES" = 1 ] || "$ACCESSORY" stop "$WATCH" "$PHONE" >/dev/null 2>&1 || true
+}
 trap stop_devices EXIT
 
 
@@ -151,9 +178,10 @@ put_files() {
     done
 }
 
-rm -rf "$WATCH" "$PHONE" "$WORK"/*.out "$WORK"/*.log "$WORK"/*.exit
+rm -rf "$WATCH" "$PHONE" "$WORK"/*.out "$WORK"/*.log "$WORK"/*.exit "$WORK/fault.txt"
 "$ACCESSORY" create "$WATCH" "$PHONE" >/dev/null || fail "cannot create the devices"
-"$ACCESSORY" pair "$WATCH" "$PHONE" "${INSECURE[@]}" >/dev/null || fail "cannot pair the devices"
+"$ACCESSORY" pair "$WATCH" "$PHONE" "${INSECURE[@]}" "${LINK_PROFILE[@]}" >/dev/null ||
+    fail "cannot pair the devices"
 "$DEVICE_TOOL" --device "$WATCH" screen watch >/dev/null
 "$DEVICE_TOOL" --device "$PHONE" screen phone >/dev/null
 watch_app="$("$RUNTIME" --device "$WATCH" install "${APPS[0]}")" || fail "cannot install ${APPS[0]} on the watch"
@@ -206,15 +234,6 @@ run_app() {
     echo "$status" >"$WORK/$label.exit"
 }
 
-# Whether the app folder's service profile (the file that config.xml's last
-# AccessoryServicesLocation names) declares a provider.
-declares_provider() {
-    local folder="$1" location
-    location="$(grep -o '<metadata[^>]*key="AccessoryServicesLocation"[^>]*>' "$folder/config.xml" |
-        grep -o 'value="[^"]*"' | tail -n 1 | cut -d'"' -f2)"
-    [ -n "$location" ] && grep -qiE 'role[[:space:]]*=[[:space:]]*"provider"' "$folder/$location" 2>/dev/null
-}
-
 # Waits until the app has a provider agent registered with the device's
 # service (as its status reports), the app has ended, or 20 s have passed.
 wait_for_provider() {
@@ -233,8 +252,8 @@ wait_for_provider() {
 first_side() {
     [ "$TOGETHER" = 0 ] || return 0
     local watch_provides=0 phone_provides=0
-    declares_provider "${APPS[0]}" && watch_provides=1
-    declares_provider "${APPS[1]}" && phone_provides=1
+    app_declares_provider "${APPS[0]}" && watch_provides=1
+    app_declares_provider "${APPS[1]}" && phone_provides=1
     if [ "$watch_provides" = 1 ] && [ "$phone_provides" = 0 ]; then echo watch; fi
     if [ "$watch_provides" = 0 ] && [ "$phone_provides" = 1 ]; then echo phone; fi
 }
@@ -253,7 +272,14 @@ case "$(first_side)" in
     phone) start_phone; wait_for_provider phone "$PHONE" "$phone_app"; start_watch ;;
     *) start_watch; start_phone ;;
 esac
+fault_runner=""
+if [ -n "$FAULT" ]; then
+    # shellcheck disable=SC2086 # the fault line is words
+    run_fault $FAULT >"$WORK/fault.txt" 2>&1 &
+    fault_runner=$!
+fi
 wait "$watch_runner" "$phone_runner" || true
+[ -z "$fault_runner" ] || wait "$fault_runner" || true
 
 # The transcript: both outputs merged by time (a stable sort keeps each
 # app's own order), with the milliseconds, the device and the app in front of

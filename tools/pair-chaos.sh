@@ -1,0 +1,236 @@
+#!/usr/bin/env bash
+# Puts an app pair through trials of random link faults and says, per trial
+# and in total, what an app developer needs to know from outside the apps.
+#
+#   kv pair-run --chaos N [--seed S] [--profiles LIST] [--faults LIST]
+#               [--link-bound SECONDS] [OPTIONS] APP_A APP_B [-- ARGUMENT...]
+#
+# Each trial runs the pair as `kv pair-run` does, on fresh devices, over a
+# link profile drawn from LIST, with one fault drawn from LIST on a device
+# drawn at random, fired at a random moment: up to 3 s after both apps
+# started (half the trials), after up to 10 messages on one of the apps'
+# channels, or after up to 1 MiB of the next file (tools/link-fault.sh). After
+# each trial it checks:
+#   apps          both apps ended by themselves with exit code 0
+#   losses        every app that was running when a service lost the link
+#                 was told (the device's detach, or the service's error)
+#   files         no partial file is left on either device
+#   link          both services had the link up again within the bound
+#                 after the fault was over
+# and prints one line per trial with its seed; `--chaos 1 --seed SEED` with
+# the same lists repeats that trial. A fault whose trigger never came (a
+# pair that sends no file, say) is reported as not fired; the trial is still
+# checked.
+#
+# Options:
+#   --chaos N              the number of trials
+#   --seed S               the first trial's seed; trial i has seed S+i-1
+#                          (default: drawn from the clock, and printed)
+#   --profiles LIST        link profiles to draw from, comma-separated
+#                          (default unlimited,wifi,usb,bt,ble)
+#   --faults LIST          faults to draw from: drop, stall, long-stall, detach
+#                          (default all four)
+#   --link-bound SECONDS   how soon the link must be up again after a fault
+#                          (default 10)
+#   --work DIR             keep the trials in DIR/trial-<i> (default: a new
+#                          folder under /tmp)
+# and these of pair-run, for every trial: --build, --timeout, --watch-file,
+# --phone-file, --insecure, --together, --no-check.
+#
+# Exits with 0 when every trial passed, 1 when one did not, 2 on a usage
+# error.
+set -euo pipefail
+
+ROOT="$(cd "$(dirname "${BASH_SOURCE[0]}")/.." && pwd)"
+CLI_PROGRAM="kv pair-run --chaos"
+CLI_COMMAND="./kv pair-run --chaos"
+CLI_SCRIPT="${BASH_SOURCE[0]}"
+# shellcheck source=tools/cli.sh
+. "$ROOT/tools/cli.sh"
+cli_answer_help_and_version "$@"
+# shellcheck source=tools/app-profile.sh
+. "$ROOT/tools/app-profile.sh"
+
+need() {
+    [ "$2" -ge 2 ] || cli_usage_error "$1 needs $3"
+}
+whole_number() {
+    [[ "$2" =~ ^[0-9]+$ ]] || cli_usage_error "$1 needs a whole number, not '$2'"
+}
+
+TRIALS=""
+SEED=""
+PROFILES="unlimited,wifi,usb,bt,ble"
+FAULTS="drop,stall,long-stall,detach"
+LINK_BOUND=10
+WORK=""
+BUILD="${KV_BUILD:-$ROOT/build}"
+CHECK=1
+PASS=()
+APPS=()
+ARGS=()
+while [ $# -gt 0 ]; do
+    case "$1" in
+        --chaos) need "$1" $# "a number of trials"; whole_number "$1" "$2"; TRIALS="$2"; shift 2 ;;
+        --seed) need "$1" $# "a seed"; whole_number "$1" "$2"; SEED="$2"; shift 2 ;;
+        --profiles) need "$1" $# "a list of link profiles"; PROFILES="$2"; shift 2 ;;
+        --faults) need "$1" $# "a list of faults"; FAULTS="$2"; shift 2 ;;
+        --link-bound) need "$1" $# "a number of seconds"; whole_number "$1" "$2"; LINK_BOUND="$2"; shift 2 ;;
+        --work) need "$1" $# "a folder"; WORK="$2"; shift 2 ;;
+        --no-check) CHECK=0; shift ;;
+        --build) need "$1" $# "a build folder"; BUILD="$2"; PASS+=("$1" "$2"); shift 2 ;;
+        --timeout) need "$1" $# "a number of seconds"; whole_number "$1" "$2"; PASS+=("$1" "$2"); shift 2 ;;
+        --watch-file | --phone-file)
+            [ $# -ge 3 ] || cli_usage_error "$1 needs a FILE and a device PATH"
+            PASS+=("$1" "$2" "$3"); shift 3 ;;
+        --insecure | --together) PASS+=("$1"); shift ;;
+        --) shift; ARGS=("$@"); break ;;
+        -*) cli_usage_error "unknown option '$1' (with --chaos)" ;;
+        *) APPS+=("$1"); shift ;;
+    esac
+done
+[ -n "$TRIALS" ] && [ "$TRIALS" -ge 1 ] || cli_usage_error "--chaos needs at least one trial"
+[ "${#APPS[@]}" -eq 2 ] ||
+    cli_usage_error "two app folders are needed (a watch app and a phone app), not ${#APPS[@]}"
+IFS=, read -r -a PROFILE_LIST <<<"$PROFILES"
+IFS=, read -r -a FAULT_LIST <<<"$FAULTS"
+for profile in "${PROFILE_LIST[@]}"; do
+    case "$profile" in
+        unlimited | wifi | usb | bt | ble) ;;
+        *) cli_usage_error "unknown link profile '$profile' in --profiles" ;;
+    esac
+done
+for fault in "${FAULT_LIST[@]}"; do
+    case "$fault" in
+        drop | stall | long-stall | detach) ;;
+        *) cli_usage_error "unknown fault '$fault' in --faults" ;;
+    esac
+done
+[ -n "$SEED" ] || SEED=$((${EPOCHREALTIME//[!0-9]/} % 1000000))
+[ -n "$WORK" ] || WORK="$(mktemp -d "${TMPDIR:-/tmp}/kv-chaos.XXXXXX")"
+mkdir -p "$WORK"
+WORK="$(cd "$WORK" && pwd)"
+
+say() { printf '==> %s\n' "$*"; }
+
+if [ "$CHECK" = 1 ]; then
+    status=0
+    "$ROOT/tools/check-apps.sh" "${APPS[@]}" || status=$?
+    case "$status" in
+        0 | 77) ;;
+        *) printf 'pair-run: the apps do not pass the type check above\n' >&2; exit 1 ;;
+    esac
+fi
+mapfile -t CHANNELS < <({ app_channels "${APPS[0]}"; app_channels "${APPS[1]}"; } | sort -un)
+
+# The fault line of a trial, drawn with the trial's seed, into FAULT_LINE
+# (in this shell: a subshell would draw from a generator of its own).
+draw_fault() {
+    local fault="${FAULT_LIST[RANDOM % ${#FAULT_LIST[@]}]}" side=watch
+    [ $((RANDOM % 2)) = 0 ] || side=phone
+    # Half the faults at a moment, a quarter after messages, a quarter
+    # within a file.
+    case $((RANDOM % 4)) in
+        2)
+            if [ "${#CHANNELS[@]}" -gt 0 ]; then
+                FAULT_LINE="$fault $side messages $((1 + RANDOM % 10)) ${CHANNELS[RANDOM % ${#CHANNELS[@]}]}"
+                return
+            fi
+            ;;
+        3) FAULT_LINE="$fault $side file-bytes $((1 + (RANDOM * 32768 + RANDOM) % 1048576))"; return ;;
+    esac
+    FAULT_LINE="$fault $side moment $((100 + RANDOM % 3000))"
+}
+
+# The time of a log line, "HH:MM:SS.mmm", which sorts as text within a day.
+line_time() { cut -d' ' -f1 <<<"$1"; }
+
+# Problems with the losses on one device: each time its service took the
+# link down while the app had a session with it (opened before) and was still
+# running (it logged after), the app must have been told (the plug-in routes
+# the library's device status or service error).
+check_losses() {
+    local label="$1" device="$2" log="$3" down told
+    [ -f "$log" ] || return 0
+    while IFS= read -r down; do
+        down="$(line_time "$down")"
+        awk -v t="$down" '$1 < t && /session with the accessory service opened/ { found = 1 }
+                          END { exit !found }' "$log" || continue
+        awk -v t="$down" '$1 > t { found = 1 } END { exit !found }' "$log" || continue
+        told="$(awk -v t="$down" '$1 >= t && /<<<<<< (OnDeviceStatus|OnError)$/ { print; exit }' "$log")"
+        [ -n "$told" ] || echo "the $label app was not told that the link went down at $down"
+    done < <(grep -- 'link: down' "$device/accessoryd.log" 2>/dev/null || true)
+}
+
+check_partial_files() {
+    local label="$1" device="$2" left
+    left="$(find "$device/fs" -name '.*.part-*' 2>/dev/null; find "$device/partial" -type f 2>/dev/null)"
+    [ -z "$left" ] || echo "partial files left on the $label: $(echo $left)"
+}
+
+# Every problem of a trial, one per line; nothing when it passed.
+check_trial() {
+    local dir="$1" label code
+    for label in watch phone; do
+        code="$(cat "$dir/$label.exit" 2>/dev/null || echo none)"
+        [ "$code" = 0 ] || echo "the $label app ended with $code"
+        check_losses "$label" "$dir/$label" "$dir/$label.log"
+        check_partial_files "$label" "$dir/$label"
+    done
+    ! grep -q '^not linked again' "$dir/fault.txt" || grep '^not linked again' "$dir/fault.txt"
+}
+
+# What happened to the fault, in a few words.
+fault_outcome() {
+    local file="$1" fired over linked
+    fired="$(sed -n 's/^fired: //p' "$file")"
+    [ -n "$fired" ] || { echo "not fired"; return; }
+    over="$(sed -n 's/^over: //p' "$file")"
+    linked="$(sed -n 's/^linked again: //p' "$file")"
+    if [ -n "$linked" ]; then
+        echo "fired at ${fired} ms, linked again $((linked - over)) ms after it was over"
+    else
+        echo "fired at ${fired} ms"
+    fi
+}
+
+say "chaos: $TRIALS trials of $(basename "${APPS[0]}") (watch) and $(basename "${APPS[1]}") (phone), seed $SEED"
+say "profiles $PROFILES; faults $FAULTS; the link must be up again within $LINK_BOUND s"
+failed=()
+for ((trial = 1; trial <= TRIALS; trial++)); do
+    seed=$((SEED + trial - 1))
+    RANDOM=$seed
+    profile="${PROFILE_LIST[RANDOM % ${#PROFILE_LIST[@]}]}"
+    draw_fault
+    fault="$FAULT_LINE"
+    dir="$WORK/trial-$trial"
+    KV_LINK_BOUND_SECONDS="$LINK_BOUND" "$ROOT/tools/pair-run.sh" --no-check --keep-devices \
+        --work "$dir" --link-profile "$profile" --fault "$fault" "${PASS[@]}" \
+        "${APPS[@]}" -- "${ARGS[@]}" >"$dir.txt" 2>&1 || true
+    problems="$(check_trial "$dir")"
+    "$BUILD/accessory/kv-accessory" stop "$dir/watch" "$dir/phone" >/dev/null 2>&1 || true
+    outcome="$(fault_outcome "$dir/fault.txt" 2>/dev/null || echo "not fired")"
+    if [ -z "$problems" ]; then
+        verdict="ok"
+    else
+        verdict="FAILED"
+        failed+=("$trial")
+    fi
+    printf 'trial %d/%d  seed %d  %-9s  %-40s  %s: %s\n' "$trial" "$TRIALS" "$seed" "$profile" \
+        "$fault" "$outcome" "$verdict"
+    [ -z "$problems" ] || sed 's/^/    /' <<<"$problems"
+done
+
+echo
+if [ "${#failed[@]}" -eq 0 ]; then
+    say "all $TRIALS trials passed (seed $SEED); the trials are in $WORK"
+    exit 0
+fi
+say "${#failed[@]} of $TRIALS trials failed: ${failed[*]}; the trials are in $WORK"
+for trial in "${failed[@]}"; do
+    repeat=(./kv pair-run --chaos 1 --seed $((SEED + trial - 1)) --profiles "$PROFILES"
+        --faults "$FAULTS" --link-bound "$LINK_BOUND" "${PASS[@]}" "${APPS[@]}")
+    [ "${#ARGS[@]}" -eq 0 ] || repeat+=(-- "${ARGS[@]}")
+    echo "  repeat trial $trial: $(printf '%q ' "${repeat[@]}")"
+done
+exit 1
