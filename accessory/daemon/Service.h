@@ -123,7 +123,8 @@ private:
         int offerId = 0;  // the sending daemon's id, which names it on the link
         std::uint32_t agentId = 0;
         bool sending = false;
-        bool flowing = false;  // accepted: chunks are on their way
+        bool flowing = false;     // accepted: chunks are on their way
+        bool cancelling = false;  // sender: cancelled, the receiver's answer awaited
         std::string path;      // as the app gave it
         std::uint64_t size = 0;
         std::uint64_t done = 0;

@@ -227,6 +227,9 @@ void Service::onFileAnswer(const wire::FileAnswer& answer) {
         finishTransfer(transfer->id, wire::FILE_REJECTED, std::nullopt);
         return;
     }
+    if (transfer->cancelling) {
+        return;  // the receiver answers the cancel that crossed its acceptance
+    }
     transfer->timer->cancel();
     transfer->flowing = true;
     pumpFile(transfer->id);
@@ -234,7 +237,8 @@ void Service::onFileAnswer(const wire::FileAnswer& answer) {
 
 void Service::pumpFile(int transactionId) {
     auto found = m_transfers.find(transactionId);
-    if (found == m_transfers.end() || !found->second.flowing || !linked()) {
+    if (found == m_transfers.end() || !found->second.flowing || found->second.cancelling ||
+        !linked()) {
         return;
     }
     Transfer& transfer = found->second;
@@ -338,7 +342,10 @@ void Service::onFileEnd(const wire::FileEnd& end) {
         completeReceive(*transfer);
         return;
     }
-    finishTransfer(transfer->id, end.status(), std::nullopt);
+    // The sender waits for the answer to its cancel: the receiver confirms it.
+    const bool confirmsCancel = !transfer->sending && end.status() == wire::FILE_CANCELLED;
+    finishTransfer(transfer->id, end.status(),
+                   confirmsCancel ? std::optional(wire::FILE_CANCELLED) : std::nullopt);
 }
 
 // The sender sent everything: the file takes its final name, and the sender
@@ -359,15 +366,31 @@ void Service::completeReceive(Transfer& transfer) {
     }
 }
 
+// A receiver's cancel ends its transfer at once and reaches the sender as a
+// refusal of the rest of the file. A sender's cancel is the receiver's to
+// settle: the whole file may be there already, under its name, with the
+// receiver's report of it on the way back. So the sender stops sending, asks
+// the receiver to cancel, and ends the transfer as the receiver answers:
+// cancelled, or done when the file had arrived first. Both sides are told
+// the same outcome; a link lost meanwhile ends it on both as lost.
 wire::Reply Service::cancelFile(SessionId id, int transactionId) {
     Transfer* transfer = ownTransfer(id, transactionId);
     if (transfer == nullptr) {
         return resultReply(wire::RESULT_INVALID);
     }
-    // A sender's cancel reaches the receiver as a cancel; a receiver's reaches
-    // the sender as a refusal of the rest of the file.
-    finishTransfer(transactionId, wire::FILE_CANCELLED,
-                   transfer->sending ? wire::FILE_CANCELLED : wire::FILE_REJECTED);
+    if (!transfer->sending) {
+        finishTransfer(transactionId, wire::FILE_CANCELLED, wire::FILE_REJECTED);
+        return resultReply(wire::RESULT_SUCCESS);
+    }
+    if (!transfer->cancelling) {
+        transfer->cancelling = true;
+        LoggerI("file transfer " << transactionId << ": cancel asked of the receiver");
+        wire::LinkMessage end;
+        end.mutable_file_end()->set_transaction_id(transfer->offerId);
+        end.mutable_file_end()->set_status(wire::FILE_CANCELLED);
+        end.mutable_file_end()->set_to_sender(false);
+        sendLink(end, kPriorityLow);
+    }
     return resultReply(wire::RESULT_SUCCESS);
 }
 

@@ -166,7 +166,8 @@ function send(planned) {
 
 // Cancels a file on its way; the sender then hears UNKNOWN_ERROR, the
 // watch too. Progress that was on its way before the cancel may still
-// come.
+// come. A cancel that reaches the watch after the whole file did comes too
+// late: both sides then hear that the file arrived.
 function cancel(transferId) {
     var record = sending[transferId];
     record.cancelled = true;
@@ -233,9 +234,14 @@ function listenForTransfers() {
             }
         },
         oncomplete: function (transferId, fileUri) {
-            log('transfer', transferId, 'complete:', fileUri);
+            var late = sending[transferId].cancelled;
+            if (late) {
+                log('transfer', transferId, 'complete:', fileUri, '(the cancel came too late)');
+            } else {
+                log('transfer', transferId, 'complete:', fileUri);
+            }
             screen.progress(transferId, 100);
-            screen.outcome(transferId, 'completed', 'completed');
+            screen.outcome(transferId, late ? 'completed before the cancel' : 'completed', 'completed');
             transferEnded(transferId);
         },
         onerror: function (transferId, code) {

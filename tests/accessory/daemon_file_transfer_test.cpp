@@ -15,7 +15,7 @@ namespace {
 class DaemonFileTransferTest : public testing::Test {
 protected:
     void SetUp() override {
-        devices.start();
+        devices.start(daemonOptions());
         consumer = std::make_unique<WireClient>(devices.alpha(), kConsumerApp);
         provider = std::make_unique<WireClient>(devices.beta(), kProviderApp);
         consumerAgent = consumer->registerAgent("/test/echo");
@@ -92,6 +92,14 @@ protected:
             }
         }
         return names;
+    }
+
+    virtual std::vector<std::string> daemonOptions() const { return {}; }
+
+    wire::Reply cancel(WireClient& client, int transactionId) {
+        wire::Request request;
+        request.mutable_cancel_file()->set_transaction_id(transactionId);
+        return client.call(request);
     }
 
     DevicePair devices;
@@ -289,6 +297,75 @@ TEST_F(DaemonFileTransferTest, FilesOutsideTheAppsFoldersCanBeNeitherSentNorRece
     ASSERT_TRUE(finished.has_value());
     EXPECT_EQ(finished->status(), wire::FILE_DONE);
     EXPECT_TRUE(done(*consumer, sent).has_value());
+}
+
+}  // namespace
+}  // namespace KvTest
+
+namespace KvTest {
+namespace {
+
+// Over a BLE-like link a message takes 40 ms (± 10) each way, so a cancel
+// can cross the receiver's report that the file arrived.
+class DaemonFileTransferOverASlowLinkTest : public DaemonFileTransferTest {
+protected:
+    std::vector<std::string> daemonOptions() const override { return {"--link-profile", "ble"}; }
+};
+
+TEST_F(DaemonFileTransferOverASlowLinkTest, ACancelThatComesAfterTheWholeFileEndsAsDoneOnBothSides) {
+    std::string content;
+    const auto [sent, received] = sendInto("/opt/usr/media/Downloads/photo.bin", 1000, &content);
+    auto receiverDone = done(*provider, received);
+    ASSERT_TRUE(receiverDone.has_value());
+    ASSERT_EQ(receiverDone->status(), wire::FILE_DONE);
+    // The receiver's report is still on the link: the sender's service
+    // knows the transfer, and takes the cancel.
+    EXPECT_EQ(cancel(*consumer, sent).result(), 0);
+    auto senderDone = done(*consumer, sent);
+    ASSERT_TRUE(senderDone.has_value());
+    EXPECT_EQ(senderDone->status(), wire::FILE_DONE);
+    EXPECT_EQ(Kv::Device::readFile(betaFile("/opt/usr/media/Downloads/photo.bin")), content);
+}
+
+TEST_F(DaemonFileTransferOverASlowLinkTest, ASendersCancelMidWayEndsAsCancelledOnBothSides) {
+    const auto [sent, received] = sendInto("/opt/usr/media/Downloads/photo.bin", 400 * 1024);
+    auto progress = consumer->waitEvent([id = sent](const wire::Event& e) {
+        return e.has_file_progress() && e.file_progress().transaction_id() == id;
+    });
+    ASSERT_TRUE(progress.has_value());
+    EXPECT_EQ(cancel(*consumer, sent).result(), 0);
+    EXPECT_EQ(cancel(*consumer, sent).result(), 0) << "a cancel under way takes another";
+    auto senderDone = done(*consumer, sent);
+    auto receiverDone = done(*provider, received);
+    ASSERT_TRUE(senderDone.has_value());
+    ASSERT_TRUE(receiverDone.has_value());
+    EXPECT_EQ(senderDone->status(), wire::FILE_CANCELLED);
+    EXPECT_EQ(receiverDone->status(), wire::FILE_CANCELLED);
+    EXPECT_EQ(cancel(*consumer, sent).result(), -2);
+    EXPECT_FALSE(std::filesystem::exists(betaFile("/opt/usr/media/Downloads/photo.bin")));
+    EXPECT_TRUE(hiddenFiles("/opt/usr/media/Downloads/").empty());
+}
+
+TEST_F(DaemonFileTransferOverASlowLinkTest, ACancelCrossingTheAcceptanceEndsAsCancelledOnBothSides) {
+    const int sent = offer(64 * 1024);
+    auto offer = offered();
+    ASSERT_TRUE(offer.has_value());
+    // Both leave at once: the acceptance reaches the sender after its cancel
+    // went, and must not start the file.
+    EXPECT_EQ(cancel(*consumer, sent).result(), 0);
+    EXPECT_EQ(receive(offer->transaction_id(), true), 0);
+    auto senderDone = done(*consumer, sent);
+    auto receiverDone = done(*provider, offer->transaction_id());
+    ASSERT_TRUE(senderDone.has_value());
+    ASSERT_TRUE(receiverDone.has_value());
+    EXPECT_EQ(senderDone->status(), wire::FILE_CANCELLED);
+    EXPECT_EQ(receiverDone->status(), wire::FILE_CANCELLED);
+    EXPECT_FALSE(consumer->waitEvent(
+        [id = sent](const wire::Event& e) {
+            return e.has_file_progress() && e.file_progress().transaction_id() == id;
+        },
+        milliseconds(300)));
+    EXPECT_TRUE(hiddenFiles("/opt/usr/media/Downloads/").empty());
 }
 
 }  // namespace
