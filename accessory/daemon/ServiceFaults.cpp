@@ -22,6 +22,8 @@ const char* actionName(wire::LinkFault::Action action) {
             return "stall";
         case wire::LinkFault::DETACH:
             return "detach";
+        case wire::LinkFault::DISARM:
+            return "disarm";
         default:
             return "unknown fault";
     }
@@ -32,6 +34,11 @@ const char* actionName(wire::LinkFault::Action action) {
 wire::Reply Service::linkFault(const wire::LinkFault& fault) {
     if (m_link == nullptr || !wire::LinkFault::Action_IsValid(fault.action())) {
         return resultReply(wire::RESULT_INVALID);
+    }
+    if (fault.action() == wire::LinkFault::DISARM) {
+        LoggerI("fault: " << m_pendingFaults.size() << " armed faults forgotten");
+        m_pendingFaults.clear();
+        return resultReply(wire::RESULT_SUCCESS);
     }
     switch (fault.trigger_case()) {
         case wire::LinkFault::kAfterFileBytes:

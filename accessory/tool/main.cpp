@@ -51,6 +51,7 @@ const char kUsage[] =
     "  stall DIR --seconds S [WHEN]\n"
     "                              nothing goes over the link either way for S seconds\n"
     "                              (beyond 6 s the link is given up, as a real one is)\n"
+    "  disarm DIR                  forget the faults that wait for their WHEN\n"
     "  storage DIR --free BYTES | --unlimited\n"
     "                              the free storage the device pretends to have; files\n"
     "                              received take from it\n"
@@ -291,10 +292,13 @@ void readTrigger(const Arguments& arguments, wire::LinkFault& fault) {
     }
 }
 
-// A fault command: detach, drop or stall.
+// A fault command: detach, drop or stall, and disarm, which forgets them.
 Command faultCommand(const std::string& name, wire::LinkFault::Action action) {
     return [name, action](const Arguments& arguments, const Folders& folders) {
-        std::set<std::string> allowed{"device", "after-file-bytes", "after-messages", "channel"};
+        std::set<std::string> allowed{"device"};
+        if (action != wire::LinkFault::DISARM) {
+            allowed.insert({"after-file-bytes", "after-messages", "channel"});
+        }
         if (action == wire::LinkFault::STALL) {
             allowed.insert("seconds");
         }
@@ -365,6 +369,7 @@ const std::map<std::string, Command>& commands() {
         {"attach", onOneDevice("attach", [](const std::string& device) { setLink(device, true); })},
         {"drop", faultCommand("drop", wire::LinkFault::DROP)},
         {"stall", faultCommand("stall", wire::LinkFault::STALL)},
+        {"disarm", faultCommand("disarm", wire::LinkFault::DISARM)},
         {"storage", storageCommand},
         {"stop", stopCommand}};
     return table;

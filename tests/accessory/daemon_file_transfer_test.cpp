@@ -312,7 +312,8 @@ protected:
     std::vector<std::string> daemonOptions() const override { return {"--link-profile", "ble"}; }
 };
 
-TEST_F(DaemonFileTransferOverASlowLinkTest, ACancelThatComesAfterTheWholeFileEndsAsDoneOnBothSides) {
+TEST_F(DaemonFileTransferOverASlowLinkTest,
+       ACancelThatComesAfterTheWholeFileEndsAsDoneOnBothSides) {
     std::string content;
     const auto [sent, received] = sendInto("/opt/usr/media/Downloads/photo.bin", 1000, &content);
     auto receiverDone = done(*provider, received);
@@ -346,7 +347,8 @@ TEST_F(DaemonFileTransferOverASlowLinkTest, ASendersCancelMidWayEndsAsCancelledO
     EXPECT_TRUE(hiddenFiles("/opt/usr/media/Downloads/").empty());
 }
 
-TEST_F(DaemonFileTransferOverASlowLinkTest, ACancelCrossingTheAcceptanceEndsAsCancelledOnBothSides) {
+TEST_F(DaemonFileTransferOverASlowLinkTest,
+       ACancelCrossingTheAcceptanceEndsAsCancelledOnBothSides) {
     const int sent = offer(64 * 1024);
     auto offer = offered();
     ASSERT_TRUE(offer.has_value());

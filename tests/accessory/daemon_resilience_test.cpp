@@ -99,6 +99,34 @@ TEST_F(DaemonResilienceTest, AStallPastSupervisionIsASilentLinkOnBothDevices) {
     }
 }
 
+// A fault armed for a moment that never came is forgotten on request, so
+// that it can't fire in a later run; one armed afterwards fires as asked.
+TEST_F(DaemonResilienceTest, ADisarmedFaultNeverFires) {
+    WireClient provider(devices.beta(), kProviderApp);
+    const std::uint32_t connection = openTo(provider);
+    WireClient tool(devices.alpha(), "");
+    const auto dropAfter = [&tool](std::uint32_t messages) {
+        wire::Request drop;
+        drop.mutable_fault()->set_action(wire::LinkFault::DROP);
+        drop.mutable_fault()->set_after_messages(messages);
+        drop.mutable_fault()->set_channel_id(101);
+        return tool.call(drop).result();
+    };
+    ASSERT_EQ(dropAfter(2), 0);
+    wire::Request disarm;
+    disarm.mutable_fault()->set_action(wire::LinkFault::DISARM);
+    ASSERT_EQ(tool.call(disarm).result(), 0);
+    for (int i = 0; i < 3; ++i) {
+        ASSERT_EQ(consumer->sendData(connection, 101, "m" + std::to_string(i)), 0);
+        ASSERT_TRUE(provider.waitEvent(isData(providerConnection)).has_value());
+    }
+    EXPECT_FALSE(consumer->waitEvent(isDeviceStatus(wire::DEVICE_DETACHED), milliseconds(300)));
+
+    ASSERT_EQ(dropAfter(1), 0);
+    ASSERT_EQ(consumer->sendData(connection, 101, "last"), 0);
+    EXPECT_TRUE(consumer->waitEvent(isDeviceStatus(wire::DEVICE_DETACHED)).has_value());
+}
+
 TEST_F(DaemonResilienceTest, AKilledDaemonEndsTheConnectionsOfTheOtherDevice) {
     auto provider = std::make_unique<WireClient>(devices.beta(), kProviderApp);
     const std::uint32_t connection = openTo(*provider);
