@@ -4,15 +4,15 @@
 // after the first ones. KV_SESSION_TRIALS and KV_LINK_CYCLES set how many
 // (the soak runs 1,000 and 500).
 //
-// The daemons run without glibc's per-thread cache of freed blocks, which
-// the heap figure counts as in use: it fills over the first few hundred
-// links (about 100 KiB) and would hide a small leak behind its warm-up.
+// The daemons run without glibc's per-thread cache of freed blocks
+// (ThreadCacheOff.h).
 #include <gtest/gtest.h>
 
 #include <cstdlib>
 #include <memory>
 
 #include "AccessoryTestSupport.h"
+#include "ThreadCacheOff.h"
 
 namespace KvTest {
 namespace {
@@ -52,15 +52,6 @@ void oneSession(const DevicePair& devices) {
     ASSERT_EQ(consumer.call(close).result(), 0);
     ASSERT_TRUE(provider.waitEvent(isTerminated(providerConnection)).has_value());
 }
-
-// Daemons started while it lives count only live blocks as in use.
-class ThreadCacheOff {
-public:
-    ThreadCacheOff() { setenv("GLIBC_TUNABLES", "glibc.malloc.tcache_count=0", 1); }
-    ~ThreadCacheOff() { unsetenv("GLIBC_TUNABLES"); }
-    ThreadCacheOff(const ThreadCacheOff&) = delete;
-    ThreadCacheOff& operator=(const ThreadCacheOff&) = delete;
-};
 
 void startWithoutThreadCache(DevicePair& devices) {
     const ThreadCacheOff off;

@@ -53,21 +53,25 @@ struct ChaosAccount {
     int phoneExit = -1;
     int watchExit = -1;  // 143: stopped by the trial, as planned
     bool fired = false;
-    std::vector<long long> phoneLinkDowns;   // when each service took the link
-    std::vector<long long> watchLinkDowns;   // down (ms since the epoch)
-    std::optional<long long> linkedAgainMs;  // after the fault was over
-    std::string source;                      // the file the phone sent
-    std::optional<std::string> received;     // the watch's file, if it kept one
-    std::vector<std::string> partialFiles;   // left on either device
+    std::vector<long long> phoneLinkDowns;    // when each service took the link
+    std::vector<long long> watchLinkDowns;    // down (ms since the epoch)
+    std::optional<long long> phoneSessionAt;  // when the phone app's session opened
+    std::optional<long long> linkedAgainMs;   // after the fault was over
+    std::string source;                       // the file the phone sent
+    std::optional<std::string> received;      // the watch's file, if it kept one
+    std::vector<std::string> partialFiles;    // left on either device
 };
 
 // Every promise the trial broke, one sentence each; empty when it kept all:
 // both apps lived to the end; every request was answered; every message
 // arrived once and in order, and any that did not was preceded by a loss
 // told to both; both sides agree on how each connection ended; the file
-// arrived whole on both sides' word or failed on both; no partial file;
-// every loss was told to each app that was running, and no app was told of
-// a loss that did not happen; the link came back within `linkBoundMs`.
+// arrived whole on both sides' word or failed on both (but for a link lost
+// between the receiver storing it and its word reaching the sender: then
+// the receiver has it whole and the sender says the link was lost); no
+// partial file; every loss was told to each app that had a session with its
+// service, and no app was told of a loss that did not happen; the link came
+// back within `linkBoundMs`.
 std::vector<std::string> judgeChaosTrial(const ChaosAccount& account, long long linkBoundMs);
 
 }  // namespace KvE2e

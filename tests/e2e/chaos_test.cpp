@@ -10,8 +10,7 @@
 // The tests run a few trials; `./kv soak` runs a thousand with both cores
 // busy. KV_CHAOS_TRIALS sets the number, KV_CHAOS_SEED the first seed (else
 // drawn and printed), KV_CHAOS_PROFILES the link profiles (comma-separated;
-// the trials are split among them in blocks), KV_CHAOS_LOAD=1 keeps both
-// cores busy.
+// the trials are split among them in blocks).
 #include <gtest/gtest.h>
 #include <kv-accessory/DeviceControl.h>
 #include <kv-accessory/LinkProfiles.h>
@@ -31,6 +30,7 @@
 
 #include "ChaosTrial.h"
 #include "E2eSupport.h"
+#include "ThreadCacheOff.h"
 
 using namespace KvE2e;
 
@@ -242,6 +242,7 @@ class ChaosBlock {
 public:
     ChaosBlock(const std::string& work, const std::string& profile)
         : m_profile(*Kv::Accessory::findLinkProfile(profile)),
+          m_threadCacheOff(),
           m_devices(work, false, profile),
           m_watchApp(m_devices.install(m_devices.watch(), testApp("watch-chaos"))),
           m_phoneApp(m_devices.install(m_devices.phone(), testApp("phone-chaos"))) {}
@@ -284,6 +285,8 @@ public:
         account.phone = appLines(m_devices.work() + "/phone" + label + ".out", "phone");
         account.watch = appLines(m_devices.work() + "/watch" + label + ".out", "watch");
         account.phoneLinkDowns = linkDowns(m_devices.phone(), phoneLog, started);
+        account.phoneSessionAt =
+            sessionOpened(m_devices.work() + "/phone" + label + ".log", started);
         account.watchLinkDowns = linkDowns(m_devices.watch(), watchLog, started);
         collectFiles(account);
         return account;
@@ -437,6 +440,16 @@ private:
         }
     }
 
+    // When the app's client library opened its session (its platform log).
+    static std::optional<long long> sessionOpened(const std::string& log, long long near) {
+        for (const std::string& line : split(readText(log), '\n')) {
+            if (line.find("> session with the accessory service opened") != std::string::npos) {
+                return logTimeMs(line.substr(0, line.find(' ')), near);
+            }
+        }
+        return std::nullopt;
+    }
+
     static std::vector<long long> linkDowns(const std::string& device, std::size_t offset,
                                             long long near) {
         std::vector<long long> times;
@@ -449,6 +462,7 @@ private:
     }
 
     const Kv::Accessory::LinkProfile& m_profile;
+    KvTest::ThreadCacheOff m_threadCacheOff;  // for the daemons that m_devices starts
     DevicePair m_devices;
     std::string m_watchApp;
     std::string m_phoneApp;
@@ -472,10 +486,6 @@ TEST(Chaos, EveryTrialKeepsEveryPromise) {
         split(environment("KV_CHAOS_PROFILES", "unlimited,ble"), ',');
     const unsigned firstSeed = static_cast<unsigned>(
         std::stoul(environment("KV_CHAOS_SEED", std::to_string(std::random_device()() % 1000000))));
-    std::unique_ptr<CpuLoad> load;
-    if (environment("KV_CHAOS_LOAD", "0") == "1") {
-        load = std::make_unique<CpuLoad>(2, seconds(6 * 3600));
-    }
     std::printf("chaos: %d trials from seed %u on %zu profiles\n", trials, firstSeed,
                 profiles.size());
     int failed = 0;

@@ -11,8 +11,8 @@
 //   loss WHAT                        what told the app of a loss
 //   end N lost REASON / end N closed how connection N ended
 //   again                            the pair talks again after a loss
-//   done AT                          everything answered; the app ends (AT:
-//                                    ms since the epoch)
+//   done AT                          everything answered (AT: ms since the
+//                                    epoch); the app ends half a second later
 // The conversation: MESSAGES numbered messages on each of two channels (120
 // plain, 121 secure), one every few milliseconds, each echoed by the watch,
 // and with the argument "file" the file documents/chaos.bin sent beside
@@ -23,6 +23,7 @@ var MESSAGES = Number(runtime.args[0] || 20);
 var WITH_FILE = runtime.args.indexOf('file') >= 0;
 var CHANNELS = [120, 121];
 var INTERVAL = 10;
+var LINGER = 500;
 
 var log = function () {
     console.log.apply(console, ['phone:'].concat(Array.prototype.slice.call(arguments)));
@@ -76,7 +77,11 @@ function finish() {
             log('end', connections, 'closed');
         }
         log('done', Date.now());
-        runtime.exit(0);
+        // A loss that came as it finished is still told: the app stays a
+        // moment to hear it.
+        setTimeout(function () {
+            runtime.exit(0);
+        }, LINGER);
     };
     end();
 }
