@@ -1,5 +1,6 @@
 // The client library's C interface: notification tables, agents,
 // discovery, connections and data.
+#include <kv-accessory/TraceClock.h>
 #include <kvp-client-stub-api.h>
 
 #include "ClientCall.h"
@@ -8,6 +9,7 @@ using Kv::Accessory::callService;
 using Kv::Accessory::EventDispatcher;
 using Kv::Accessory::ServiceClient;
 using Kv::Accessory::toWirePeer;
+using Kv::Accessory::traceClockMicros;
 namespace wire = kv::accessory::wire;
 
 extern "C" {
@@ -124,6 +126,7 @@ static int send(unsigned int connectionId, unsigned short channelId, unsigned in
         send->set_channel_id(channelId);
         send->set_data(data != nullptr ? std::string(data, length) : std::string());
         send->set_secure(secure);
+        send->set_sent_at_us(traceClockMicros());
     };
     // What will surely be taken goes without waiting for the service's
     // answer; anything else waits for it, to tell the app what went wrong.

@@ -26,6 +26,7 @@ Service::Service(asio::io_context& io, std::string deviceName, const LinkProfile
     : m_io(io),
       m_deviceName(std::move(deviceName)),
       m_profile(profile),
+      m_trace(m_deviceName),
       m_partialFilesDir(Device::root() + "/" + Device::kPartialFilesDir) {
     m_nextAgent = m_nextConnection = m_nextSearch = firstIdOfThisRun();
     m_nextTransfer = static_cast<int>(firstIdOfThisRun());
@@ -40,6 +41,12 @@ SessionId Service::addSession(std::shared_ptr<ClientChannel> channel, const std:
     session.channel = std::move(channel);
     session.appId = appId;
     m_sessions[id] = std::move(session);
+    if (m_trace.active() && !appId.empty()) {
+        wire::TraceEvent event;
+        event.set_kind(wire::TraceEvent::SESSION_OPENED);
+        event.set_app(appId);
+        m_trace.emit(std::move(event));
+    }
     return id;
 }
 
@@ -53,6 +60,13 @@ void Service::removeSession(SessionId id) {
     }
     for (std::uint32_t agentId : agents) {
         dropAgent(agentId);
+    }
+    m_trace.remove(id);
+    if (m_trace.active() && !appOfSession(id).empty()) {
+        wire::TraceEvent event;
+        event.set_kind(wire::TraceEvent::SESSION_CLOSED);
+        event.set_app(appOfSession(id));
+        m_trace.emit(std::move(event));
     }
     m_sessions.erase(id);
 }
@@ -81,8 +95,12 @@ void Service::handleRequest(SessionId id, wire::Request& request) {
         detachHeard(id);  // no reply
         return;
     }
+    const std::size_t dataSize = request.has_send_data() ? request.send_data().data().size() : 0;
     wire::ServiceMessage message;
     *message.mutable_reply() = dispatch(id, found->second, request);
+    if (m_trace.active()) {
+        traceRequest(id, request, message.reply(), dataSize);
+    }
     if (request.has_send_data() && request.send_data().no_reply()) {
         if (message.reply().result() != wire::RESULT_SUCCESS) {
             LoggerW("data that " << found->second.appId << " sent without waiting was refused ("
@@ -136,6 +154,8 @@ wire::Reply Service::dispatch(SessionId id, Session& session, wire::Request& req
             return status();
         case Body::kFault:
             return linkFault(request.fault());
+        case Body::kTrace:
+            return startTrace(id);
         default:
             return resultReply(wire::RESULT_INVALID);
     }
@@ -255,6 +275,9 @@ void Service::dropAgent(std::uint32_t agentId) {
                 break;
             }
         }
+        if (m_trace.active()) {
+            traceAgent(wire::TraceEvent::AGENT_REMOVED, agent->second);
+        }
         m_agents.erase(agent);
         LoggerI("agent " << agentId << " gone");
     }
@@ -278,6 +301,9 @@ void Service::onLinkUp(const std::string& peerName) {
     finishDetachNotice();  // the key says down before it says up again
     ++m_linkSession;
     LoggerI("device attached: " << peerName);
+    if (m_trace.active()) {
+        traceLink(wire::TraceEvent::LINK_UP, peerName);
+    }
     writeConnStatus(1);
     wire::Event event;
     event.mutable_device_status()->set_device_type(m_profile.deviceType);
@@ -297,6 +323,9 @@ void Service::onLinkSilent() { m_linkWentSilent = true; }
 // once they have heard it (ServiceDetach.cpp).
 void Service::onLinkDown() {
     LoggerI("device detached");
+    if (m_trace.active()) {
+        traceLink(wire::TraceEvent::LINK_DOWN);
+    }
     const std::vector<std::pair<SessionId, wire::Event>> lostData = takeLostData();
     std::vector<std::uint32_t> connections;
     for (const auto& [connectionId, connection] : m_connections) {
@@ -372,6 +401,9 @@ void Service::onLinkMessage(wire::LinkMessage& message) {
 }
 
 void Service::notify(SessionId id, wire::Event event) {
+    if (m_trace.active()) {
+        traceEvent(id, event);
+    }
     // Posted, so that the reply of the request being handled goes out first
     // and events keep the order in which they were made.
     asio::post(m_io, [this, id, event = std::move(event)]() mutable {

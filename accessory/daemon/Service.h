@@ -27,6 +27,7 @@
 #include "PartialFile.h"
 #include "PeerLink.h"
 #include "ServiceProfile.h"
+#include "TraceHub.h"
 
 namespace Kv {
 namespace Accessory {
@@ -125,7 +126,7 @@ private:
         bool sending = false;
         bool flowing = false;     // accepted: chunks are on their way
         bool cancelling = false;  // sender: cancelled, the receiver's answer awaited
-        std::string path;      // as the app gave it
+        std::string path;         // as the app gave it
         std::uint64_t size = 0;
         std::uint64_t done = 0;
         int progress = -1;
@@ -152,6 +153,23 @@ private:
     wire::Reply cancelFile(SessionId id, int transactionId);
     wire::Reply status() const;
     wire::Reply linkFault(const wire::LinkFault& fault);
+    wire::Reply startTrace(SessionId id);
+
+    // What the tracers see (ServiceTrace.cpp): the requests of the apps and
+    // the events they get, translated, and what happens on the link. Each
+    // is called only while a tracer follows the service.
+    void traceRequest(SessionId id, const wire::Request& request, const wire::Reply& reply,
+                      std::size_t dataSize);
+    void traceEvent(SessionId id, const wire::Event& event);
+    void traceEventOfFile(wire::TraceEvent& trace, const wire::Event& event) const;
+    void traceTransfer(wire::TraceEvent::Kind kind, const Transfer& transfer);
+    void traceDelivery(const Connection& connection, const wire::LinkData& data);
+    void traceLink(wire::TraceEvent::Kind kind, const std::string& text = {},
+                   std::uint64_t size = 0);
+    void traceAgent(wire::TraceEvent::Kind kind, const Agent& agent);
+    wire::TraceEvent traceStarted() const;
+    std::string appOfSession(SessionId id) const;
+    std::string appOfAgent(std::uint32_t agentId) const;
 
     // The status report (ServiceStatus.cpp).
     wire::StatusReport statusReport() const;
@@ -258,6 +276,10 @@ private:
     std::map<std::uint32_t, Agent> m_agents;
     std::multimap<std::string, std::uint32_t> m_agentsByProfile;  // profile id -> agent ids
     std::map<std::uint32_t, Connection> m_connections;
+    TraceHub m_trace;
+    // Each message sent gets a number, which the other device's trace shows
+    // with its delivery.
+    std::uint64_t m_nextMessage = 1;
     std::map<std::uint32_t, Search> m_searches;
     std::map<int, Transfer> m_transfers;
     std::map<std::uint64_t, ChannelQueue> m_channelQueues;  // by channelTag

@@ -300,6 +300,9 @@ wire::Reply Service::sendData(SessionId id, wire::SendData& request) {
     data->set_connection_id(connection->peerConnectionId);
     data->set_channel_id(request.channel_id());
     data->set_data(std::move(*request.mutable_data()));
+    data->set_secure(request.secure());
+    data->set_message_id(m_nextMessage++);
+    data->set_sent_at_us(request.sent_at_us());
     if (!m_link->sendTagged(message, channel->priority, tag)) {
         return resultReply(wire::RESULT_GENERAL);
     }
@@ -316,6 +319,9 @@ void Service::onLinkData(wire::LinkData& data) {
     if (found == m_connections.end() || found->second.state != ConnectionState::Open) {
         LoggerW("link: data for connection " << data.connection_id() << ", which is not open");
         return;
+    }
+    if (m_trace.active()) {
+        traceDelivery(found->second, data);
     }
     wire::Event event;
     auto* arrived = event.mutable_data();

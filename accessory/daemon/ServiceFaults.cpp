@@ -61,6 +61,9 @@ wire::Reply Service::linkFault(const wire::LinkFault& fault) {
 
 void Service::applyFault(const wire::LinkFault& fault) {
     LoggerI("fault: " << actionName(fault.action()) << " now");
+    if (m_trace.active()) {
+        traceLink(wire::TraceEvent::LINK_FAULT, actionName(fault.action()), fault.stall_ms());
+    }
     switch (fault.action()) {
         case wire::LinkFault::DROP:
             m_link->drop("a drop was asked for");

@@ -232,6 +232,9 @@ void Service::onFileAnswer(const wire::FileAnswer& answer) {
     }
     transfer->timer->cancel();
     transfer->flowing = true;
+    if (m_trace.active()) {
+        traceTransfer(wire::TraceEvent::FILE_ACCEPTED, *transfer);
+    }
     pumpFile(transfer->id);
 }
 

@@ -176,8 +176,12 @@ unsigned short listeningPort(const std::string& device) {
     return static_cast<unsigned short>(std::stoul(*text));
 }
 
-wire::Reply control(const std::string& device, wire::Request request) {
-    DaemonConnection connection(device + "/" + Device::kAccessorySocket);
+namespace {
+
+// Opens a tool's session with the device's daemon, sends it `request` and
+// returns its reply; the session stays open in `connection`.
+wire::Reply controlRequest(const std::string& device, DaemonConnection& connection,
+                           wire::Request request) {
     const auto deadline = Clock::now() + std::chrono::seconds(5);
     wire::ClientMessage message;
     message.mutable_request()->mutable_hello()->set_version(kProtocolVersion);
@@ -197,6 +201,37 @@ wire::Reply control(const std::string& device, wire::Request request) {
             throw std::runtime_error("the service of " + device + " does not answer");
         }
         connection.readAvailable();
+    }
+}
+
+}  // namespace
+
+wire::Reply control(const std::string& device, wire::Request request) {
+    DaemonConnection connection(device + "/" + Device::kAccessorySocket);
+    return controlRequest(device, connection, std::move(request));
+}
+
+void followTrace(const std::string& device,
+                 const std::function<bool(const wire::TraceEvent&)>& onEvent) {
+    DaemonConnection connection(device + "/" + Device::kAccessorySocket);
+    wire::Request request;
+    request.mutable_trace();
+    if (controlRequest(device, connection, std::move(request)).result() != wire::RESULT_SUCCESS) {
+        throw std::runtime_error("the service of " + device + " refused to be traced");
+    }
+    for (;;) {
+        while (std::optional<wire::ServiceMessage> received = connection.next()) {
+            if (received->has_event() && received->event().has_trace() &&
+                !onEvent(received->event().trace())) {
+                return;
+            }
+        }
+        connection.waitReadable(Clock::now() + std::chrono::hours(24));
+        try {
+            connection.readAvailable();
+        } catch (const std::runtime_error&) {
+            return;  // the service closed the session
+        }
     }
 }
 

@@ -4,6 +4,8 @@
 #include <kv-accessory/LinkProfiles.h>
 #include <kv-accessory/Pairing.h>
 #include <kv-accessory/StatusText.h>
+#include <kv-accessory/TraceText.h>
+#include <kv-accessory/TraceTimeline.h>
 #include <kv-cli/CommandLine.h>
 #include <kv-device/Device.h>
 #include <kv-device/FileUtil.h>
@@ -13,6 +15,7 @@
 #include <unistd.h>
 
 #include <algorithm>
+#include <fstream>
 #include <functional>
 #include <iostream>
 #include <map>
@@ -56,6 +59,13 @@ const char kUsage[] =
     "                              the free storage the device pretends to have; files\n"
     "                              received take from it\n"
     "  stop DIR...                 stop the services\n"
+    "  trace DIR [--json]          follow the service live, a line for each thing it does:\n"
+    "                              sessions, agents, searches, connections, every message\n"
+    "                              (with its time from the send to the delivery), files,\n"
+    "                              the link and its faults; --json: JSON lines\n"
+    "  timeline TRACE... [--output FILE]\n"
+    "                              merge the traces (trace --json) of several devices into\n"
+    "                              one timeline that trace viewers open\n"
     "WHEN, for a fault at an exact point instead of at once:\n"
     "  --after-file-bytes N        after N bytes of the next file transfer, either way\n"
     "  --after-messages N --channel C\n"
@@ -348,6 +358,51 @@ void stopCommand(const Arguments& arguments, const Folders& folders) {
     }
 }
 
+// Prints the device's trace until the service ends it (or the tool is
+// stopped); each line is flushed as it comes.
+void traceCommand(const Arguments& arguments, const Folders& folders) {
+    arguments.allowOnly("trace", {"device", "json"});
+    const bool json = arguments.has("json");
+    const std::string device = oneDevice(folders, "trace");
+    followTrace(device, [json](const wire::TraceEvent& event) {
+        std::cout << (json ? traceJson(event) : traceText(event)) << std::endl;
+        return static_cast<bool>(std::cout);
+    });
+    std::cerr << "kv-accessory: the service of " << device << " ended the trace\n";
+}
+
+// The traces are files of JSON lines, not device folders.
+void timelineCommand(const Arguments& arguments, const Folders& /*folders*/) {
+    arguments.allowOnly("timeline", {"output"});
+    const std::vector<std::string> files(arguments.operands().begin() + 1,
+                                         arguments.operands().end());
+    if (files.empty()) {
+        throw UsageError("timeline needs the traces of one or more devices (trace --json)");
+    }
+    std::vector<wire::TraceEvent> events;
+    for (const std::string& file : files) {
+        std::ifstream in(file);
+        if (!in) {
+            throw std::runtime_error("cannot read " + file);
+        }
+        for (wire::TraceEvent& event : readTraceJson(in, file)) {
+            events.push_back(std::move(event));
+        }
+    }
+    TimelineSummary summary;
+    const std::string json = timelineJson(std::move(events), &summary);
+    const std::optional<std::string> output = arguments.value("output");
+    if (output) {
+        Kv::Device::writeFileAtomically(*output, json + "\n");
+    } else {
+        std::cout << json << "\n";
+    }
+    std::cerr << "timeline of " << summary.devices << " devices: " << summary.connections
+              << " connections, " << summary.transfers << " file transfers, " << summary.messages
+              << " messages sent and delivered, " << summary.unpaired << " without their other end"
+              << (output ? " in " + *output : std::string()) << "\n";
+}
+
 // A command on one device that takes no option but --device.
 Command onOneDevice(const std::string& name,
                     const std::function<void(const std::string&)>& action) {
@@ -371,7 +426,9 @@ const std::map<std::string, Command>& commands() {
         {"stall", faultCommand("stall", wire::LinkFault::STALL)},
         {"disarm", faultCommand("disarm", wire::LinkFault::DISARM)},
         {"storage", storageCommand},
-        {"stop", stopCommand}};
+        {"stop", stopCommand},
+        {"trace", traceCommand},
+        {"timeline", timelineCommand}};
     return table;
 }
 
@@ -404,6 +461,7 @@ int main(int argc, char** argv) {
                                             {"after-messages", Option::WithValue},
                                             {"channel", Option::WithValue},
                                             {"free", Option::WithValue},
+                                            {"output", Option::WithValue},
                                             {"unlimited", Option::Flag}});
     return commandLine.run(argc, argv, runTool);
 }

@@ -5,6 +5,7 @@
 
 #include <kv-accessory/Codec.h>
 
+#include <functional>
 #include <string>
 #include <vector>
 
@@ -25,6 +26,13 @@ unsigned short listeningPort(const std::string& device);
 // Sends one control request to the device's daemon and returns its reply.
 // Throws std::runtime_error when the daemon can't be reached.
 wire::Reply control(const std::string& device, wire::Request request);
+
+// Follows the device's daemon live: calls `onEvent` with each thing it does
+// (a trace event) until `onEvent` returns false or the daemon ends the
+// session (it stops, or found this follower too slow). Throws
+// std::runtime_error when the daemon can't be reached.
+void followTrace(const std::string& device,
+                 const std::function<bool(const wire::TraceEvent&)>& onEvent);
 
 // Stops the device's daemon and waits until it is gone. Returns false when
 // none was running.
