@@ -4,17 +4,27 @@
 # monitor app, both web pages on their devices' screens, and the two find
 # each other, connect, talk on every channel, stream the watch's readings,
 # pass a file and close. Exits non-zero when anything of that goes wrong.
-# The screens as each app ended are written to WORK_DIR/screens/.
-#   two-devices.sh BUILD_DIR [WORK_DIR]
+# The screens as each app ended are written to WORK_DIR/screens/; with
+# --trace FILE, the timeline of both devices' services to FILE.
+#   two-devices.sh BUILD_DIR [WORK_DIR] [--trace FILE]
 # The apps run under tools/pair-run.sh, which prints their transcript and the
 # results; this script adds the report file that the phone sends and checks
 # that it arrived whole. The samples' types are checked by the tests, not at
 # each run.
 set -euo pipefail
 
-BUILD="$(cd "${1:?usage: two-devices.sh BUILD_DIR [WORK_DIR]}" && pwd)"
+TRACE=()
+POSITIONAL=()
+while [ $# -gt 0 ]; do
+    case "$1" in
+        --trace) [ $# -ge 2 ] || { echo "two-devices.sh: --trace needs a file" >&2; exit 2; }
+            TRACE=(--trace "$2"); shift 2 ;;
+        *) POSITIONAL+=("$1"); shift ;;
+    esac
+done
+BUILD="$(cd "${POSITIONAL[0]:?usage: two-devices.sh BUILD_DIR [WORK_DIR] [--trace FILE]}" && pwd)"
 EXAMPLES="$(cd "$(dirname "${BASH_SOURCE[0]}")" && pwd)"
-WORK="${2:-$(mktemp -d "${TMPDIR:-/tmp}/kv-demo.XXXXXX")}"
+WORK="${POSITIONAL[1]:-$(mktemp -d "${TMPDIR:-/tmp}/kv-demo.XXXXXX")}"
 TIMEOUT="${KV_DEMO_TIMEOUT:-60}"
 
 fail() {
@@ -35,7 +45,7 @@ fi
 
 status=0
 "$EXAMPLES/../tools/pair-run.sh" --build "$BUILD" --work "$WORK" --no-check --timeout "$TIMEOUT" \
-    --screenshots "$WORK/screens" --phone-file "$report" /opt/usr/media/Documents/report.txt \
+    --screenshots "$WORK/screens" "${TRACE[@]}" --phone-file "$report" /opt/usr/media/Documents/report.txt \
     "$EXAMPLES/watch-sensor" "$EXAMPLES/phone-monitor" "${APP_ARGS[@]}" || status=$?
 [ "$status" -eq 0 ] || fail "an app failed (see the results above)"
 

@@ -32,6 +32,10 @@
 #                          says how LINE reads, e.g. "long-stall phone messages 12 104");
 #                          what happened goes to fault.txt in the work folder
 #   --keep-devices         leave both devices' services running at the end
+#   --trace FILE           follow both services while the apps run (kv-accessory trace) and
+#                          write their merged timeline to FILE, in the trace-event JSON that
+#                          Perfetto and chrome://tracing open; each device's trace stays
+#                          in the work folder as watch.trace.jsonl and phone.trace.jsonl
 #   --screenshots DIR      write PNGs of the screens of page apps: DIR/watch.png and
 #                          DIR/phone.png when each app ends
 #   --every MS             and one every MS milliseconds, DIR/watch/<ms>.png, DIR/phone/<ms>.png
@@ -83,6 +87,7 @@ INSECURE=()
 LINK_PROFILE=()
 FAULT=""
 KEEP_DEVICES=0
+TRACE=""
 LINK_BOUND_SECONDS="${KV_LINK_BOUND_SECONDS:-10}"
 VERBOSE=0
 TOGETHER=0
@@ -110,6 +115,7 @@ while [ $# -gt 0 ]; do
         --link-profile) need "$1" $# "a link profile"; LINK_PROFILE=(--link-profile "$2"); shift 2 ;;
         --fault) need "$1" $# "a fault line"; FAULT="$2"; shift 2 ;;
         --keep-devices) KEEP_DEVICES=1; shift ;;
+        --trace) need "$1" $# "a file for the timeline"; TRACE="$2"; shift 2 ;;
         --screenshots) need "$1" $# "a folder"; SCREENSHOTS="$2"; shift 2 ;;
         --every)
             need "$1" $# "a number of milliseconds"
@@ -160,10 +166,38 @@ WORK="$(cd "$WORK" && pwd)"
 WATCH="$WORK/watch"
 PHONE="$WORK/phone"
 
+TRACERS=()
 stop_devices() {
+    [ "${#TRACERS[@]}" -eq 0 ] || kill "${TRACERS[@]}" 2>/dev/null || true
     [ "$KEEP_DEVICES" = 1 ] || "$ACCESSORY" stop "$WATCH" "$PHONE" >/dev/null 2>&1 || true
 }
 trap stop_devices EXIT
+
+# Follows both services into <device>.trace.jsonl until the apps have ended.
+start_tracers() {
+    local label device
+    for label in watch phone; do
+        device="$WORK/$label"
+        "$ACCESSORY" trace "$device" --json >"$WORK/$label.trace.jsonl" 2>"$WORK/$label.trace.err" &
+        TRACERS+=($!)
+        # The trace starts with a line that says so.
+        for _ in $(seq 100); do
+            [ ! -s "$WORK/$label.trace.jsonl" ] || break
+            sleep 0.02
+        done
+    done
+}
+
+# Stops the tracers once what the apps' ends caused has been traced, and
+# merges both traces into the timeline.
+write_timeline() {
+    sleep 0.3
+    kill "${TRACERS[@]}" 2>/dev/null || true
+    wait "${TRACERS[@]}" 2>/dev/null || true
+    TRACERS=()
+    "$ACCESSORY" timeline "$WORK/watch.trace.jsonl" "$WORK/phone.trace.jsonl" --output "$TRACE" \
+        2>"$WORK/timeline.txt" || fail "cannot write the timeline: $(cat "$WORK/timeline.txt")"
+}
 
 
 # Puts the host files of a FILE PATH list into a device.
@@ -190,6 +224,7 @@ put_files "$WATCH" "${WATCH_FILES[@]}"
 put_files "$PHONE" "${PHONE_FILES[@]}"
 say "watch: ${APPS[0]} ($watch_app); phone: ${APPS[1]} ($phone_app)"
 
+[ -z "$TRACE" ] || start_tracers
 START_US="${EPOCHREALTIME//[!0-9]/}"
 
 # Prefixes each line of its input with the microseconds since the start.
@@ -280,6 +315,7 @@ if [ -n "$FAULT" ]; then
 fi
 wait "$watch_runner" "$phone_runner" || true
 [ -z "$fault_runner" ] || wait "$fault_runner" || true
+[ -z "$TRACE" ] || write_timeline
 
 # The transcript: both outputs merged by time (a stable sort keeps each
 # app's own order), with the milliseconds, the device and the app in front of
@@ -320,6 +356,7 @@ for label in watch phone; do
     fi
 done
 echo "  transcript: $WORK/transcript.txt"
+[ -z "$TRACE" ] || echo "  timeline: $TRACE ($(cat "$WORK/timeline.txt"))"
 if [ "$VERBOSE" = 1 ]; then
     echo "  platform logs: in the transcript"
 else
