@@ -4,6 +4,7 @@
 #include <algorithm>
 #include <map>
 #include <optional>
+#include <set>
 #include <tuple>
 
 #include "JsonWriter.h"
@@ -14,6 +15,9 @@ namespace Accessory {
 namespace {
 
 using Trace = wire::TraceEvent;
+
+// How long a message's slice lasts at most, in microseconds.
+constexpr std::uint64_t kMessageSlice = 200;
 
 // A span of a connection or a file transfer on one device.
 struct Span {
@@ -193,6 +197,14 @@ private:
     // A message is a short slice on its connection's track at each end,
     // and a flow arrow from the send to the delivery.
     void writeMessages() {
+        for (const auto& [key, message] : m_messages) {
+            if (message.send && message.delivery) {
+                for (const auto* end : {&*message.send, &*message.delivery}) {
+                    m_messageStarts[{end->first, connectionTrack(*end)}].insert(
+                        ts(end->second.time_us()));
+                }
+            }
+        }
         std::uint64_t flow = 0;
         for (const auto& [key, message] : m_messages) {
             if (!message.send || !message.delivery) {
@@ -206,17 +218,33 @@ private:
         }
     }
 
+    int connectionTrack(const std::pair<int, Trace>& end) {
+        const auto& [pid, event] = end;
+        return track(
+            pid, "connection " + std::to_string(event.connection_id()),
+            "connection " + std::to_string(event.connection_id()) + " (" + event.app() + ")");
+    }
+
+    // A message's slice lasts a little, so that a viewer shows it, but ends
+    // before the next one on its track begins: slices of one track nest or
+    // follow each other, never overlap.
+    std::uint64_t messageSliceLength(int pid, int tid, std::uint64_t start) const {
+        const std::set<std::uint64_t>& starts = m_messageStarts.at({pid, tid});
+        auto next = starts.upper_bound(start);
+        const std::uint64_t room = next == starts.end() ? kMessageSlice : *next - start;
+        return std::clamp<std::uint64_t>(room, 1, kMessageSlice);
+    }
+
     void writeMessageEnd(const std::pair<int, Trace>& end, std::uint64_t flow, const char* phase) {
         const auto& [pid, event] = end;
-        const int tid =
-            track(pid, "connection " + std::to_string(event.connection_id()),
-                  "connection " + std::to_string(event.connection_id()) + " (" + event.app() + ")");
+        const int tid = connectionTrack(end);
         const std::string name =
             std::string(event.kind() == Trace::DATA_SENT ? "send" : "delivery") + " " +
             std::to_string(event.size()) + " B on channel " + std::to_string(event.channel_id());
         m_json.beginObject().member("ph", "X").member("name", name).member("cat", "message");
         m_json.member("pid", pid).member("tid", tid).member("ts", ts(event.time_us()));
-        m_json.member("dur", 1).key("args").beginObject().member("what", traceWhat(event));
+        m_json.member("dur", messageSliceLength(pid, tid, ts(event.time_us())));
+        m_json.key("args").beginObject().member("what", traceWhat(event));
         m_json.endObject().endObject();
         m_json.beginObject().member("ph", phase).member("name", "message").member("cat", "message");
         m_json.member("id", flow).member("pid", pid).member("tid", tid);
@@ -253,6 +281,7 @@ private:
     std::map<SpanKey, Span> m_connections;
     std::map<SpanKey, Span> m_transfers;
     std::map<std::pair<std::string, std::uint64_t>, Message> m_messages;
+    std::map<std::pair<int, int>, std::set<std::uint64_t>> m_messageStarts;
     std::size_t m_paired = 0;
     std::size_t m_unpaired = 0;
 };
