@@ -125,7 +125,7 @@ private:
         bool sending = false;
         bool flowing = false;     // accepted: chunks are on their way
         bool cancelling = false;  // sender: cancelled, the receiver's answer awaited
-        std::string path;      // as the app gave it
+        std::string path;         // as the app gave it
         std::uint64_t size = 0;
         std::uint64_t done = 0;
         int progress = -1;
