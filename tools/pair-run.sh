@@ -28,6 +28,8 @@
 #   --phone-file FILE PATH   the apps start (e.g. /opt/usr/media/Documents/report.txt)
 #   --insecure             link the devices over plain TCP instead of TLS
 #   --link-profile NAME    emulate that link: unlimited (default), wifi, usb, bt, ble
+#   --keylog FILE          both services append the link's TLS secrets to FILE, to read a
+#                          capture of the link (docs/debugging.md); for debugging only
 #   --fault LINE           make one link fault while the apps run (tools/link-fault.sh
 #                          says how LINE reads, e.g. "long-stall phone messages 12 104");
 #                          what happened goes to fault.txt in the work folder
@@ -85,6 +87,7 @@ WORK=""
 TIMEOUT=60
 INSECURE=()
 LINK_PROFILE=()
+KEYLOG=()
 FAULT=""
 KEEP_DEVICES=0
 TRACE=""
@@ -113,6 +116,7 @@ while [ $# -gt 0 ]; do
             shift 3 ;;
         --insecure) INSECURE=(--insecure); shift ;;
         --link-profile) need "$1" $# "a link profile"; LINK_PROFILE=(--link-profile "$2"); shift 2 ;;
+        --keylog) need "$1" $# "a file"; KEYLOG=(--keylog "$2"); shift 2 ;;
         --fault) need "$1" $# "a fault line"; FAULT="$2"; shift 2 ;;
         --keep-devices) KEEP_DEVICES=1; shift ;;
         --trace) need "$1" $# "a file for the timeline"; TRACE="$2"; shift 2 ;;
@@ -214,7 +218,7 @@ put_files() {
 
 rm -rf "$WATCH" "$PHONE" "$WORK"/*.out "$WORK"/*.log "$WORK"/*.exit "$WORK/fault.txt"
 "$ACCESSORY" create "$WATCH" "$PHONE" >/dev/null || fail "cannot create the devices"
-"$ACCESSORY" pair "$WATCH" "$PHONE" "${INSECURE[@]}" "${LINK_PROFILE[@]}" >/dev/null ||
+"$ACCESSORY" pair "$WATCH" "$PHONE" "${INSECURE[@]}" "${LINK_PROFILE[@]}" "${KEYLOG[@]}" >/dev/null ||
     fail "cannot pair the devices"
 "$DEVICE_TOOL" --device "$WATCH" screen watch >/dev/null
 "$DEVICE_TOOL" --device "$PHONE" screen phone >/dev/null
@@ -364,5 +368,8 @@ else
 fi
 echo "  accessory service logs: $WATCH/accessoryd.log, $PHONE/accessoryd.log"
 echo "  devices: $WATCH, $PHONE"
+if [ "${#KEYLOG[@]}" -gt 0 ]; then
+    echo "  link: port $(cat "$WATCH/accessoryd.port"), TLS secrets in ${KEYLOG[1]} (docs/debugging.md)"
+fi
 
 [ "$watch_status" = 0 ] && [ "$phone_status" = 0 ]

@@ -58,6 +58,11 @@ std::string LinkTls::pinnedFingerprint() const {
     }
 }
 
+void LinkTls::logSecretsTo(std::shared_ptr<KeyLog> keyLog) {
+    m_keyLog = std::move(keyLog);
+    m_keyLog->attachTo(m_context.native_handle());
+}
+
 std::unique_ptr<TlsStream> LinkTls::wrap(asio::ip::tcp::socket socket,
                                          std::shared_ptr<std::string> presented) {
     auto stream = std::make_unique<TlsStream>(std::move(socket), m_context);

@@ -11,6 +11,8 @@
 #include <memory>
 #include <string>
 
+#include "KeyLog.h"
+
 namespace Kv {
 namespace Accessory {
 
@@ -31,8 +33,14 @@ public:
     // The fingerprint of the certificate pinned now, empty when not paired.
     std::string pinnedFingerprint() const;
 
+    // Writes the secrets of every link session from now on to `keyLog`.
+    void logSecretsTo(std::shared_ptr<KeyLog> keyLog);
+    // The file the secrets go to; empty when they are not logged.
+    std::string keyLogPath() const { return m_keyLog ? m_keyLog->path() : std::string(); }
+
 private:
     std::string m_deviceRoot;
+    std::shared_ptr<KeyLog> m_keyLog;  // before the context, so that it outlives it
     asio::ssl::context m_context;
 };
 

@@ -15,6 +15,7 @@ using Cli::UsageError;
 const char kUsage[] =
     "usage: kv-accessoryd [--device DIR] [--name NAME] [--listen HOST:PORT | --connect "
     "HOST:PORT] [--insecure] [--link-profile NAME]\n"
+    "                     [--keylog FILE]\n"
     "\n"
     "  --device DIR        the device (default: $KV_DEVICE, else the default device)\n"
     "  --name NAME         the device name that the linked device sees (default: the\n"
@@ -23,7 +24,21 @@ const char kUsage[] =
     "  --connect HOST:PORT link to the paired device there\n"
     "  --insecure          link over plain TCP: nobody authenticated, nothing encrypted\n"
     "  --link-profile NAME the kind of link to emulate: unlimited (the default), wifi,\n"
-    "                      usb, bt or ble (bandwidth, latency, largest send, transport)\n";
+    "                      usb, bt or ble (bandwidth, latency, largest send, transport)\n"
+    "  --keylog FILE       append the TLS secrets of the link to FILE (made 0600), so that\n"
+    "                      a capture of the link can be decrypted; whoever reads FILE\n"
+    "                      reads everything on the link: for debugging only\n";
+
+// --keylog: a file, and a link over TLS whose secrets it can hold.
+void readKeyLog(const Cli::Arguments& arguments, DaemonOptions& options) {
+    options.keyLog = arguments.value("keylog").value_or("");
+    if (arguments.has("keylog") && options.keyLog.empty()) {
+        throw UsageError("--keylog needs a file");
+    }
+    if (!options.keyLog.empty() && options.insecure) {
+        throw UsageError("--keylog needs a TLS link: an insecure link has no secrets to log");
+    }
+}
 
 void readLink(const Cli::Arguments& arguments, DaemonOptions& options) {
     arguments.allowOneOf("listen", "connect");
@@ -45,7 +60,8 @@ const Cli::CommandLine& daemonCommandLine() {
                                                {"listen", Option::WithValue},
                                                {"connect", Option::WithValue},
                                                {"insecure", Option::Flag},
-                                               {"link-profile", Option::WithValue}});
+                                               {"link-profile", Option::WithValue},
+                                               {"keylog", Option::WithValue}});
     return commandLine;
 }
 
@@ -74,6 +90,7 @@ DaemonOptions readDaemonOptions(const Cli::Arguments& arguments) {
                          linkProfileNames() + ")");
     }
     readLink(arguments, options);
+    readKeyLog(arguments, options);
     return options;
 }
 

@@ -19,6 +19,7 @@ struct DaemonOptions {
     bool linkGiven = false;
     bool insecure = false;    // a plain TCP link: nobody authenticated, nothing encrypted
     std::string linkProfile;  // the name of a known link profile
+    std::string keyLog;       // non-empty: the file the link's TLS secrets are appended to
 };
 
 // The daemon's options and usage text.

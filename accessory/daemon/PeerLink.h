@@ -73,6 +73,9 @@ public:
     bool secure() const { return m_up && m_tls != nullptr; }
     // Whether links are made over TLS (false when started insecure).
     bool usesTls() const { return m_tls != nullptr; }
+    // The file the link's TLS secrets are written to (--keylog); empty when
+    // they are not.
+    std::string keyLogPath() const { return m_tls ? m_tls->keyLogPath() : std::string(); }
     // The fingerprint of the certificate the other end presented on this
     // link; empty for an insecure link.
     const std::string& peerFingerprint() const { return m_peerFingerprint; }

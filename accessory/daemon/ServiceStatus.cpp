@@ -64,6 +64,7 @@ void Service::reportLink(wire::LinkReport& report) const {
     report.set_address(m_link->describe());
     report.set_tls(m_link->usesTls());
     report.set_secure(secureLink());
+    report.set_keylog(m_link->keyLogPath());
     if (linked()) {
         report.set_peer_name(m_link->peerName());
     }

@@ -13,6 +13,7 @@
 #include <memory>
 
 #include "ClientServer.h"
+#include "KeyLog.h"
 #include "Options.h"
 #include "PeerLink.h"
 #include "Service.h"
@@ -36,8 +37,25 @@ void enterDevice() {
     }
 }
 
+// The key log that --keylog asks for, opened before the device is entered so
+// that its path is the one the user gave; null without the option. Throws
+// std::runtime_error when the file can't be opened: a daemon asked to keep
+// the secrets does not link without them.
+std::shared_ptr<KeyLog> openKeyLog(const DaemonOptions& options) {
+    if (options.keyLog.empty()) {
+        return nullptr;
+    }
+    auto keyLog = std::make_shared<KeyLog>(options.keyLog);
+    LoggerW("link: the TLS secrets of the link are written to "
+            << keyLog->path()
+            << " (--keylog): whoever reads that file can decrypt everything on the link, "
+               "secure data included; for debugging only, never on a device in use");
+    return keyLog;
+}
+
 std::unique_ptr<PeerLink> makeLink(asio::io_context& io, const DaemonOptions& options,
-                                   Service& service, const std::string& name) {
+                                   Service& service, const std::string& name,
+                                   std::shared_ptr<KeyLog> keyLog) {
     if (!options.linkGiven) {
         return nullptr;
     }
@@ -53,6 +71,9 @@ std::unique_ptr<PeerLink> makeLink(asio::io_context& io, const DaemonOptions& op
         const std::string root = Kv::Device::root();
         ensureIdentity(root, name);
         tls = std::make_shared<LinkTls>(root);
+        if (keyLog) {
+            tls->logSecretsTo(std::move(keyLog));
+        }
     }
     return std::make_unique<PeerLink>(
         io, options.listen ? PeerLink::Mode::Listen : PeerLink::Mode::Connect, endpoint, name,
@@ -64,13 +85,14 @@ int run(const DaemonOptions& options) {
         Kv::Device::select(options.device);
     }
     const std::string root = Kv::Device::root();
+    std::shared_ptr<KeyLog> keyLog = openKeyLog(options);
     enterDevice();
     const std::string name = options.name.empty() ? folderName(root) : options.name;
     std::signal(SIGPIPE, SIG_IGN);
 
     asio::io_context io;
     Service service(io, name, *findLinkProfile(options.linkProfile));
-    std::unique_ptr<PeerLink> link = makeLink(io, options, service, name);
+    std::unique_ptr<PeerLink> link = makeLink(io, options, service, name, std::move(keyLog));
     service.setLink(link.get());
     ClientServer server(io, service, Kv::Device::accessorySocket());
     server.start();

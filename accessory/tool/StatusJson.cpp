@@ -16,6 +16,9 @@ void writeLink(JsonWriter& json, const wire::LinkReport& link) {
         json.member("enabled", link.enabled()).member("address", link.address());
         json.member("security", link.tls() ? "tls" : "none").member("secure", link.secure());
     }
+    if (!link.keylog().empty()) {
+        json.member("keylog", link.keylog());
+    }
     if (link.up()) {
         json.member("peer", link.peer_name());
     }

@@ -15,6 +15,7 @@
 #include <unistd.h>
 
 #include <algorithm>
+#include <filesystem>
 #include <fstream>
 #include <functional>
 #include <iostream>
@@ -35,7 +36,7 @@ const char kUsage[] =
     "usage: kv-accessory COMMAND [DIR...] [OPTIONS]\n"
     "commands:\n"
     "  create DIR_A DIR_B          make two device folders, each with its identity\n"
-    "  pair DIR_A DIR_B [--insecure] [--link-profile NAME]\n"
+    "  pair DIR_A DIR_B [--insecure] [--link-profile NAME] [--keylog FILE]\n"
     "                              pin each other's certificate and start both\n"
     "                              services, linked over loopback (TLS 1.3)\n"
     "  pair DIR --listen HOST:PORT | --connect HOST:PORT\n"
@@ -44,7 +45,7 @@ const char kUsage[] =
     "  unpair DIR                  forget the paired device\n"
     "  identity DIR                the device's certificate and its pin\n"
     "  start DIR [--listen HOST:PORT | --connect HOST:PORT] [--name NAME] [--insecure]\n"
-    "            [--link-profile NAME]\n"
+    "            [--link-profile NAME] [--keylog FILE]\n"
     "                              start the service (no options: as it was last started)\n"
     "  status DIR [--json]         the service's link, agents, connections and file\n"
     "                              transfers; --json: the same as one JSON object\n"
@@ -73,6 +74,9 @@ const char kUsage[] =
     "link profiles (--link-profile; both devices of a pair take the same):\n"
     "  unlimited (the default), wifi, usb, bt, ble: bandwidth, latency, the largest\n"
     "  data of one send and the transport the apps see (docs/link-emulation.md)\n"
+    "--keylog FILE (pair, start): the services append the TLS secrets of the link to\n"
+    "  FILE, so that a capture of the link can be decrypted (docs/debugging.md);\n"
+    "  whoever reads FILE reads everything on the link: for debugging only\n"
     "options:\n"
     "  --device DIR   stands for a DIR (pair --device A --device B is pair A B); a\n"
     "                 command on one device takes $KV_DEVICE, else the default\n"
@@ -130,9 +134,23 @@ void needFolders(const Folders& folders, std::size_t count, const std::string& c
     }
 }
 
+// --keylog with the file's absolute path, so that a daemon started again
+// later, from another folder, writes to the same file; nothing without it.
+std::vector<std::string> keyLogArguments(const Arguments& arguments) {
+    const auto keyLog = arguments.value("keylog");
+    if (!keyLog) {
+        return {};
+    }
+    if (keyLog->empty()) {
+        throw UsageError("--keylog needs a file");
+    }
+    arguments.allowOneOf("insecure", "keylog");
+    return {"--keylog", std::filesystem::absolute(*keyLog).string()};
+}
+
 // The options of the link that a pair's two daemons share.
 std::vector<std::string> sharedLinkArguments(const Arguments& arguments) {
-    std::vector<std::string> extra;
+    std::vector<std::string> extra = keyLogArguments(arguments);
     if (arguments.has("insecure")) {
         extra.push_back("--insecure");
     }
@@ -201,7 +219,7 @@ void pairCommand(const Arguments& arguments, const Folders& folders) {
         pairRemotely(oneDevice(folders, command, true), arguments);
         return;
     }
-    arguments.allowOnly("pair", {"device", "insecure", "link-profile"});
+    arguments.allowOnly("pair", {"device", "insecure", "link-profile", "keylog"});
     needFolders(folders, 2, "pair");
     if (folders.size() > 2) {
         throw UsageError("unexpected argument '" + folders[2] + "'");
@@ -226,7 +244,7 @@ void showIdentity(const std::string& device) {
 }
 
 // The daemon's link options of a start: --listen or --connect, --name,
-// --insecure.
+// --insecure, --link-profile, --keylog.
 std::vector<std::string> daemonArguments(const Arguments& arguments) {
     arguments.allowOneOf("listen", "connect");
     std::vector<std::string> forwarded;
@@ -241,8 +259,8 @@ std::vector<std::string> daemonArguments(const Arguments& arguments) {
 }
 
 void startCommand(const Arguments& arguments, const Folders& folders) {
-    arguments.allowOnly("start",
-                        {"device", "listen", "connect", "name", "insecure", "link-profile"});
+    arguments.allowOnly(
+        "start", {"device", "listen", "connect", "name", "insecure", "link-profile", "keylog"});
     const std::vector<std::string> forwarded = daemonArguments(arguments);
     startDaemon(oneDevice(folders, "start", true), forwarded);
 }
@@ -456,6 +474,7 @@ int main(int argc, char** argv) {
                                             {"insecure", Option::Flag},
                                             {"json", Option::Flag},
                                             {"link-profile", Option::WithValue},
+                                            {"keylog", Option::WithValue},
                                             {"seconds", Option::WithValue},
                                             {"after-file-bytes", Option::WithValue},
                                             {"after-messages", Option::WithValue},

@@ -66,6 +66,8 @@ public:
 
     const std::string& alpha() const { return m_alpha; }
     const std::string& beta() const { return m_beta; }
+    // The folder that holds both devices; it goes with them.
+    const std::string& folder() const { return m_base; }
 
 private:
     void killDaemon(const std::string& device);

@@ -118,10 +118,19 @@ bool ChildProcess::readSome(std::chrono::milliseconds wait) {
 }
 
 bool ChildProcess::waitForOutput(const std::string& text, std::chrono::milliseconds timeout) {
+    return waitFor(m_result.out, text, timeout);
+}
+
+bool ChildProcess::waitForError(const std::string& text, std::chrono::milliseconds timeout) {
+    return waitFor(m_result.err, text, timeout);
+}
+
+bool ChildProcess::waitFor(const std::string& stream, const std::string& text,
+                           std::chrono::milliseconds timeout) {
     const Clock::time_point deadline = Clock::now() + timeout;
-    while (m_result.out.find(text) == std::string::npos) {
+    while (stream.find(text) == std::string::npos) {
         if (Clock::now() >= deadline || !readSome(std::chrono::milliseconds(50))) {
-            return m_result.out.find(text) != std::string::npos;
+            return stream.find(text) != std::string::npos;
         }
     }
     return true;

@@ -32,6 +32,8 @@ public:
     // Reads output until stdout contains `text`; false when the process ended
     // or `timeout` passed first.
     bool waitForOutput(const std::string& text, std::chrono::milliseconds timeout);
+    // The same for stderr.
+    bool waitForError(const std::string& text, std::chrono::milliseconds timeout);
     void sendSignal(int signal);
     // Waits for the process to end (killing it after `timeout`) and returns
     // what it did.
@@ -40,6 +42,9 @@ public:
 private:
     // Reads what is available within `wait`; false once both pipes are closed.
     bool readSome(std::chrono::milliseconds wait);
+    // Reads output until `stream` (m_result.out or .err) contains `text`.
+    bool waitFor(const std::string& stream, const std::string& text,
+                 std::chrono::milliseconds timeout);
 
     pid_t m_pid = -1;
     int m_out = -1;

@@ -23,6 +23,10 @@ void writeLink(std::ostream& text, const wire::LinkReport& link) {
          << (link.tls() ? "TLS 1.3 with the paired device's pinned certificate"
                         : "none (insecure: plain TCP, nobody authenticated)")
          << "\n";
+    if (!link.keylog().empty()) {
+        text << "key log: " << link.keylog()
+             << " (the link's TLS secrets: whoever reads it can decrypt the link)\n";
+    }
     if (link.secure()) {
         text << "peer certificate: " << link.peer_fingerprint() << "\n";
     }
