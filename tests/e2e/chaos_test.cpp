@@ -616,7 +616,8 @@ TEST_F(ChaosJudgeTest, ALossNotToldToARunningAppIsNamed) {
     account.linkedAgainMs = 300;
     account.phoneLinkDowns = {900};
     account.watchLinkDowns = {900};
-    EXPECT_NE(verdict().find("the phone's service took the link down while the app ran"),
+    account.phoneSessionAt = 100;
+    EXPECT_NE(verdict().find("the phone's service took the link down while the app had a session"),
               std::string::npos)
         << verdict();
     EXPECT_NE(verdict().find("the watch's service took the link down, and the app was not told"),

@@ -38,6 +38,7 @@ var conversation = null;   // the number of the connection it runs on
 var broken = false;        // a loss ended the conversation before its end
 var talked = false;        // the conversation ended whole
 var finishing = false;
+var closedHere = null;     // the connection this side closed: its end is no loss
 var pending = {};          // requests without an answer, by kind
 var sent = { 120: 0, 121: 0 };
 var echoed = { 120: 0, 121: 0 };
@@ -73,6 +74,7 @@ function finish() {
         if (socket !== null) {
             var closing = socket;
             socket = null;
+            closedHere = closing;
             closing.close();
             log('end', connections, 'closed');
         }
@@ -220,6 +222,9 @@ function opened(newSocket) {
     var number = ++connections;
     newSocket.setDataReceiveListener(received);
     newSocket.setSocketStatusListener(function (reason) {
+        if (newSocket === closedHere) {
+            return;
+        }
         log('end', number, 'lost', reason);
         if (socket === newSocket) {
             socket = null;
