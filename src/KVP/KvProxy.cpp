@@ -84,24 +84,8 @@ KvProxy::KvProxy() : agentList(std::make_shared<std::vector<KvAgentPtr>>()) {
     std::srand(static_cast<unsigned>(std::time(nullptr)));
 }
 
-KvProxy::~KvProxy() = default;
-
-void KvProxy::resetForTesting() {
-    connected = false;
-    agents.clear();
-    sockets.clear();
-    peerAgents.clear();
-    pendingConnections.clear();
-    manager.reset();
-    agentList = std::make_shared<std::vector<KvAgentPtr>>();
-    sendTransactions.clear();
-    receiveTransactions.clear();
-    receivePaths.clear();
-    registrationQueue = {};
-    indicatedConnectionId = 0;
-    softResetingServices.clear();
-    initialize();
-}
+// The detector was made by this constructor, so it outlives the bridge.
+KvProxy::~KvProxy() { KvConnectionDetectorSingleton::Instance().unregisterReceiver(this); }
 
 bool KvProxy::initialize() {
     connected = KvClientCall::call("isKvpConnected", [] { return isKvpConnected(); }) != 0;

@@ -140,10 +140,6 @@ public:
     // function goes through it.
     static void routeNotification(const char* handler, const std::function<void(KvProxy&)>& call);
 
-    // For tests only: forgets every table, the manager and the link state, as
-    // a newly made proxy would, and registers the notification tables again.
-    void resetForTesting();
-
 private:
     bool registerServiceAgentPriv(const KvAgentInitPtr& init);
     void startNextRegistrations();

@@ -25,9 +25,6 @@ using namespace Kv::Accessory;
 const char* const kAppsRoot = "/opt/usr/apps/";
 const char* const kPackageWebFolder = "/res/wgt";
 
-// The application id of this process, shared by every loader once found.
-std::string cachedAppId;
-
 // The plug-in's enumerations are numbered as the profile reader numbers its
 // records, so that a record's values convert one to one.
 static_assert(KV_ROLE_PROVIDER == ProfileRole::kProvider &&
@@ -107,8 +104,6 @@ KvServiceProfileLoader::KvServiceProfileLoader()
 
 KvServiceProfileLoader::~KvServiceProfileLoader() = default;
 
-void KvServiceProfileLoader::resetAppIdCacheForTesting() { cachedAppId.clear(); }
-
 KvAgentInitListPtr KvServiceProfileLoader::getKvAgentInits() {
     if (loaded) {
         return agentInits;
@@ -125,6 +120,7 @@ KvAgentInitListPtr KvServiceProfileLoader::getKvAgentInits() {
 }
 
 std::string KvServiceProfileLoader::getAppId() {
+    std::string& cachedAppId = AppIdCacheSingleton::Instance().appId;
     if (!cachedAppId.empty()) {
         return cachedAppId;
     }

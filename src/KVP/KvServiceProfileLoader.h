@@ -12,12 +12,20 @@
 #ifndef KVP_KV_SERVICE_PROFILE_LOADER_H
 #define KVP_KV_SERVICE_PROFILE_LOADER_H
 
+#include <dpl/singleton.h>
+
 #include <string>
 
 #include "KvAgentInit.h"
 
 namespace DeviceAPI {
 namespace KVP {
+
+// The application id of this process, shared by every loader once found.
+struct AppIdCache {
+    std::string appId;
+};
+typedef DPL::Singleton<AppIdCache> AppIdCacheSingleton;
 
 class KvServiceProfileLoader {
 public:
@@ -30,10 +38,6 @@ public:
     // Returns the profiles of the calling application, never null. The first
     // call reads the profile file; later calls return the list it produced.
     KvAgentInitListPtr getKvAgentInits();
-
-    // For tests only: forgets the application id that the process has cached,
-    // so that the next loader asks the application manager again.
-    static void resetAppIdCacheForTesting();
 
 protected:
     // The application id of the calling process, cached for the whole

@@ -249,12 +249,12 @@ protected:
     void SetUp() override {
         DPL::MainLoop::Instance();
         KvpDouble::reset();
-        KvProxySingleton::Instance().resetForTesting();
+        KvProxySingleton::RenewForTests();
     }
 
     void TearDown() override {
         drainLoop();
-        KvProxySingleton::Instance().resetForTesting();
+        KvProxySingleton::RenewForTests();
         KvpDouble::reset();
     }
 

@@ -23,7 +23,7 @@ protected:
         KvpFixture::SetUp();
         FakeAppfw::reset();
         FakeAppfw::useRealLibrary(true);
-        KvServiceProfileLoader::resetAppIdCacheForTesting();
+        AppIdCacheSingleton::RenewForTests();
         scratch = testing::TempDir() + "kv-manager-app-" + std::to_string(getpid());
         manager = std::make_shared<KvManager>();
     }
@@ -32,7 +32,7 @@ protected:
         Kv::Device::unregisterRunningApp(getpid());
         std::filesystem::remove_all(scratch);
         FakeAppfw::reset();
-        KvServiceProfileLoader::resetAppIdCacheForTesting();
+        AppIdCacheSingleton::RenewForTests();
         KvpFixture::TearDown();
     }
 

@@ -49,7 +49,7 @@ protected:
     void SetUp() override {
         FakeAppfw::reset();
         FakeAppfw::useRealLibrary(true);
-        KvServiceProfileLoader::resetAppIdCacheForTesting();
+        AppIdCacheSingleton::RenewForTests();
         appFolder = testing::TempDir() + "kv-profile-app-" + std::to_string(getpid());
     }
 
@@ -57,7 +57,7 @@ protected:
         Kv::Device::unregisterRunningApp(getpid());
         std::filesystem::remove_all(appFolder);
         FakeAppfw::reset();
-        KvServiceProfileLoader::resetAppIdCacheForTesting();
+        AppIdCacheSingleton::RenewForTests();
     }
 
     // Installs an app of package kvtest01 whose metadata is `metadata`, with

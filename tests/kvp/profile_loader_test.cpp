@@ -48,14 +48,14 @@ class ProfileLoaderTest : public testing::Test {
 protected:
     void SetUp() override {
         FakeAppfw::reset();
-        KvServiceProfileLoader::resetAppIdCacheForTesting();
+        AppIdCacheSingleton::RenewForTests();
     }
 
     void TearDown() override {
         for (const std::string& path : files) {
             std::remove(path.c_str());
         }
-        KvServiceProfileLoader::resetAppIdCacheForTesting();
+        AppIdCacheSingleton::RenewForTests();
     }
 
     // Writes `content` to a new file and returns its path.

@@ -35,6 +35,25 @@ struct LoudAtExit {
     ~LoudAtExit() { std::fputs("singleton destroyed at exit\n", stderr); }
 };
 
+// A singleton whose constructor uses another: the one it uses must outlive it.
+struct Used {
+    ~Used() { std::fputs("used destroyed\n", stderr); }
+};
+struct User {
+    User() { DPL::Singleton<Used>::Instance(); }
+    ~User() { std::fputs("user destroyed\n", stderr); }
+};
+
+struct Renewed {
+    static int made;
+    static int destroyed;
+    Renewed() : number(++made) {}
+    ~Renewed() { ++destroyed; }
+    int number;
+};
+int Renewed::made = 0;
+int Renewed::destroyed = 0;
+
 struct Node : DPL::EnableSharedFromThis<Node> {
     DPL::SharedPtr<Node> self() { return shared_from_this(); }
 };
@@ -65,6 +84,23 @@ TEST(DplSingletonDeathTest, InstanceIsDestroyedAtProcessExit) {
             std::exit(0);
         },
         testing::ExitedWithCode(0), "singleton destroyed at exit");
+}
+
+TEST(DplSingletonDeathTest, ASingletonThatAnotherOnesConstructorUsesOutlivesIt) {
+    EXPECT_EXIT(
+        {
+            DPL::Singleton<User>::Instance();
+            std::exit(0);
+        },
+        testing::ExitedWithCode(0), "user destroyed\nused destroyed\n");
+}
+
+TEST(DplSingletonTest, RenewingForTestsMakesAFreshInstanceInPlaceOfTheOld) {
+    Renewed& first = DPL::Singleton<Renewed>::Instance();
+    const int firstNumber = first.number;
+    DPL::Singleton<Renewed>::RenewForTests();
+    EXPECT_EQ(Renewed::destroyed, 1);
+    EXPECT_EQ(DPL::Singleton<Renewed>::Instance().number, firstNumber + 1);
 }
 
 TEST(DplSharedPtrTest, EnableSharedFromThisSharesOwnership) {
