@@ -1,7 +1,5 @@
 #include "JSCallbacksManager.h"
 
-#include <CommonsJavaScript/JSUtils.h>
-#include <CommonsJavaScript/ScriptExceptionHost.h>
 #include <Logger.h>
 
 #include <memory>
@@ -9,8 +7,7 @@
 namespace DeviceAPI {
 namespace KVP {
 
-using WrtDeviceApis::CommonsJavaScript::JSUtils;
-using WrtDeviceApis::CommonsJavaScript::ScriptExceptionHost;
+using WrtDeviceApis::CommonsJavaScript::callScriptCallback;
 
 JSCallbacksManagerPtr JSCallbacksManager::createObject(JSContextRef context, JSValueRef first,
                                                        JSValueRef second, JSValueRef third,
@@ -27,31 +24,13 @@ JSCallbacksManager::JSCallbacksManager(JSContextRef context, JSValueRef first, J
     setFourthCallback(fourth);
 }
 
-JSCallbacksManager::~JSCallbacksManager() {
-    if (m_context == nullptr) {
-        return;
-    }
-    for (JSObjectRef callback : m_callbacks) {
-        if (callback != nullptr) {
-            JSValueUnprotect(m_context, callback);
-        }
-    }
-    if (m_object != nullptr) {
-        JSValueUnprotect(m_context, m_object);
-    }
-}
+JSCallbacksManager::~JSCallbacksManager() = default;
 
-void JSCallbacksManager::setSlot(JSObjectRef& slot, JSValueRef value) {
+void JSCallbacksManager::setSlot(ProtectedObject& slot, JSValueRef value) {
     if (value == nullptr || m_context == nullptr) {
         return;
     }
-    if (slot != nullptr) {
-        JSValueUnprotect(m_context, slot);
-    }
-    slot = JSValueToObject(m_context, value, nullptr);
-    if (slot != nullptr) {
-        JSValueProtect(m_context, slot);
-    }
+    slot.reset(m_context, JSValueToObject(m_context, value, nullptr));
 }
 
 void JSCallbacksManager::setFirstCallback(JSValueRef callback) {
@@ -73,8 +52,8 @@ void JSCallbacksManager::setFourthCallback(JSValueRef callback) {
 void JSCallbacksManager::setObject(JSValueRef object) { setSlot(m_object, object); }
 
 void JSCallbacksManager::callSlot(size_t slot, size_t count, const JSValueRef arguments[]) {
-    if (m_callbacks[slot] != nullptr) {
-        makeCallback(m_context, m_object, m_callbacks[slot], count, arguments);
+    if (m_callbacks[slot].get() != nullptr) {
+        makeCallback(m_context, m_object.get(), m_callbacks[slot].get(), count, arguments);
     }
 }
 
@@ -113,21 +92,7 @@ void JSCallbacksManager::makeCallback(JSContextRef context, JSObjectRef object,
         LoggerW("callback is not a function");
         return;
     }
-    if (!ScriptExceptionHost::scriptRuns(context)) {
-        LoggerD("the app is ending: callback not called");
-        return;
-    }
-    JSValueRef exception = nullptr;
-    JSObjectCallAsFunction(context, callback, object, count, count > 0 ? arguments : nullptr,
-                           &exception);
-    if (exception != nullptr) {
-        if (ScriptExceptionHost::scriptRuns(context)) {
-            LoggerE("callback threw: " << JSUtils::describeException(context, exception));
-        } else {
-            LoggerI("the callback ended the app");  // runtime.exit unwinding it
-        }
-        ScriptExceptionHost::reportUncaught(context, exception);
-    }
+    callScriptCallback(context, callback, object, count, arguments, "callback");
 }
 
 }  // namespace KVP

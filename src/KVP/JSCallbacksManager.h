@@ -15,6 +15,7 @@
 #define KVP_JS_CALLBACKS_MANAGER_H
 
 #include <Commons/IEvent.h>
+#include <CommonsJavaScript/ScriptCallback.h>
 #include <dpl/shared_ptr.h>
 
 #include <JavaScriptCore/JavaScript.h>
@@ -51,11 +52,11 @@ public:
     void setFourthCallback(JSValueRef callback);
     void setObject(JSValueRef object);
 
-    JSObjectRef getFirstCallback() const { return m_callbacks[0]; }
-    JSObjectRef getSecondCallback() const { return m_callbacks[1]; }
-    JSObjectRef getThirdCallback() const { return m_callbacks[2]; }
-    JSObjectRef getFourthCallback() const { return m_callbacks[3]; }
-    JSObjectRef getObject() const { return m_object; }
+    JSObjectRef getFirstCallback() const { return m_callbacks[0].get(); }
+    JSObjectRef getSecondCallback() const { return m_callbacks[1].get(); }
+    JSObjectRef getThirdCallback() const { return m_callbacks[2].get(); }
+    JSObjectRef getFourthCallback() const { return m_callbacks[3].get(); }
+    JSObjectRef getObject() const { return m_object.get(); }
     JSContextRef getContext() const { return m_context; }
 
     // Calls a slot with `count` arguments or with one value; an empty slot
@@ -80,12 +81,14 @@ public:
 private:
     static constexpr size_t SLOTS = 4;
 
-    void setSlot(JSObjectRef& slot, JSValueRef value);
+    using ProtectedObject = WrtDeviceApis::CommonsJavaScript::ProtectedObject;
+
+    void setSlot(ProtectedObject& slot, JSValueRef value);
     void callSlot(size_t slot, size_t count, const JSValueRef arguments[]);
 
-    JSObjectRef m_callbacks[SLOTS] = {};
     JSGlobalContextRef m_context;
-    JSObjectRef m_object = nullptr;
+    ProtectedObject m_callbacks[SLOTS];
+    ProtectedObject m_object;
 };
 
 }  // namespace KVP

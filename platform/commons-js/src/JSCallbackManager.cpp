@@ -1,7 +1,5 @@
 #include <CommonsJavaScript/JSCallbackManager.h>
 
-#include <CommonsJavaScript/JSUtils.h>
-#include <CommonsJavaScript/ScriptExceptionHost.h>
 #include <CommonsJavaScript/Validator.h>
 
 #include <Commons/Exception.h>
@@ -42,24 +40,7 @@ JSCallbackManager::JSCallbackManager(JSContextRef context, JSValueRef onSuccess,
     setOnError(onError);
 }
 
-JSCallbackManager::~JSCallbackManager() {
-    replace(m_onSuccess, nullptr);
-    replace(m_onError, nullptr);
-    replace(m_object, nullptr);
-}
-
-void JSCallbackManager::replace(JSObjectRef& slot, JSObjectRef value) {
-    if (slot == value) {
-        return;
-    }
-    if (m_context != nullptr && value != nullptr) {
-        JSValueProtect(m_context, value);
-    }
-    if (m_context != nullptr && slot != nullptr) {
-        JSValueUnprotect(m_context, slot);
-    }
-    slot = value;
-}
+JSCallbackManager::~JSCallbackManager() = default;
 
 JSObjectRef JSCallbackManager::functionOf(JSValueRef value, const char* role) const {
     Validator validator(m_context);
@@ -74,40 +55,30 @@ JSObjectRef JSCallbackManager::functionOf(JSValueRef value, const char* role) co
 }
 
 void JSCallbackManager::setOnSuccess(JSValueRef onSuccess) {
-    replace(m_onSuccess, functionOf(onSuccess, "success"));
+    m_onSuccess.reset(m_context, functionOf(onSuccess, "success"));
 }
 
-JSValueRef JSCallbackManager::getOnSuccess() const { return m_onSuccess; }
+JSValueRef JSCallbackManager::getOnSuccess() const { return m_onSuccess.get(); }
 
 void JSCallbackManager::setOnError(JSValueRef onError) {
-    replace(m_onError, functionOf(onError, "error"));
+    m_onError.reset(m_context, functionOf(onError, "error"));
 }
 
-JSValueRef JSCallbackManager::getOnError() const { return m_onError; }
+JSValueRef JSCallbackManager::getOnError() const { return m_onError.get(); }
 
+// The held values belong to the old context's heap: each protection moves.
 void JSCallbackManager::setContext(JSContextRef context) {
-    JSGlobalContextRef global = globalOf(context);
-    if (global == m_context) {
-        return;
-    }
-    // The held values belong to the old context's heap: move each protection.
-    JSObjectRef onSuccess = m_onSuccess;
-    JSObjectRef onError = m_onError;
-    JSObjectRef object = m_object;
-    replace(m_onSuccess, nullptr);
-    replace(m_onError, nullptr);
-    replace(m_object, nullptr);
-    m_context = global;
-    replace(m_onSuccess, onSuccess);
-    replace(m_onError, onError);
-    replace(m_object, object);
+    m_context = globalOf(context);
+    m_onSuccess.reset(m_context, m_onSuccess.get());
+    m_onError.reset(m_context, m_onError.get());
+    m_object.reset(m_context, m_object.get());
 }
 
 JSContextRef JSCallbackManager::getContext() const { return m_context; }
 
-void JSCallbackManager::setObject(JSObjectRef object) { replace(m_object, object); }
+void JSCallbackManager::setObject(JSObjectRef object) { m_object.reset(m_context, object); }
 
-JSObjectRef JSCallbackManager::getObject() const { return m_object; }
+JSObjectRef JSCallbackManager::getObject() const { return m_object.get(); }
 
 void JSCallbackManager::callOnSuccess() { makeCallback(m_onSuccess, nullptr, 0, "success"); }
 
@@ -129,28 +100,14 @@ void JSCallbackManager::callOnError(JSValueRef arguments[], unsigned count) {
     makeCallback(m_onError, arguments, count, "error");
 }
 
-void JSCallbackManager::makeCallback(JSObjectRef callback, const JSValueRef arguments[],
+void JSCallbackManager::makeCallback(const ProtectedObject& callback, const JSValueRef arguments[],
                                      unsigned count, const char* role) const {
-    if (callback == nullptr || m_context == nullptr) {
+    if (callback.get() == nullptr || m_context == nullptr) {
         LoggerI("No " << role << " callback to call");
         return;
     }
-    if (!ScriptExceptionHost::scriptRuns(m_context)) {
-        LoggerD("The app is ending: no " << role << " callback");
-        return;
-    }
-    JSValueRef exception = nullptr;
-    JSObjectCallAsFunction(m_context, callback, m_object, count, count > 0 ? arguments : nullptr,
-                           &exception);
-    if (exception != nullptr) {
-        if (ScriptExceptionHost::scriptRuns(m_context)) {
-            LoggerE("The " << role << " callback threw: "
-                           << JSUtils::describeException(m_context, exception));
-        } else {
-            LoggerI("The " << role << " callback ended the app");  // runtime.exit unwinding it
-        }
-        ScriptExceptionHost::reportUncaught(m_context, exception);
-    }
+    callScriptCallback(m_context, callback.get(), m_object.get(), count, arguments,
+                       std::string("The ") + role + " callback");
 }
 
 }  // namespace CommonsJavaScript

@@ -16,6 +16,7 @@
 #define KV_PLATFORM_COMMONS_JS_JS_CALLBACK_MANAGER_H
 
 #include <Commons/IEvent.h>
+#include <CommonsJavaScript/ScriptCallback.h>
 #include <dpl/shared_ptr.h>
 
 #include <JavaScriptCore/JavaScript.h>
@@ -67,17 +68,15 @@ public:
     void callOnError(JSValueRef arguments[], unsigned count);
 
 private:
-    // Moves the protection from the slot's old value to `value`.
-    void replace(JSObjectRef& slot, JSObjectRef value);
     // The function that `value` holds, or null when it holds none.
     JSObjectRef functionOf(JSValueRef value, const char* role) const;
-    void makeCallback(JSObjectRef callback, const JSValueRef arguments[], unsigned count,
+    void makeCallback(const ProtectedObject& callback, const JSValueRef arguments[], unsigned count,
                       const char* role) const;
 
     JSGlobalContextRef m_context;
-    JSObjectRef m_onSuccess = nullptr;
-    JSObjectRef m_onError = nullptr;
-    JSObjectRef m_object = nullptr;
+    ProtectedObject m_onSuccess;
+    ProtectedObject m_onError;
+    ProtectedObject m_object;
 };
 
 }  // namespace CommonsJavaScript
