@@ -5,14 +5,20 @@
 # each other, connect, talk on every channel, stream the watch's readings,
 # pass a file and close. Exits non-zero when anything of that goes wrong.
 # The screens as each app ended are written to WORK_DIR/screens/.
-#   two-devices.sh BUILD_DIR [WORK_DIR]
+#   two-devices.sh [DIR [WORK_DIR]]
+# DIR is the build folder or the installed prefix whose programs run; without
+# it (or when it is empty) pair-run.sh takes its default: build/ of the
+# repository, or, for the copy installed in PREFIX/share/kv/examples, PREFIX.
 # The apps run under tools/pair-run.sh, which prints their transcript and the
 # results; this script adds the report file that the phone sends and checks
 # that it arrived whole. The samples' types are checked by the tests, not at
 # each run.
 set -euo pipefail
 
-BUILD="$(cd "${1:?usage: two-devices.sh BUILD_DIR [WORK_DIR]}" && pwd)"
+PROGRAMS=()
+if [ -n "${1:-}" ]; then
+    PROGRAMS=(--build "$(cd "$1" && pwd)")
+fi
 EXAMPLES="$(cd "$(dirname "${BASH_SOURCE[0]}")" && pwd)"
 WORK="${2:-$(mktemp -d "${TMPDIR:-/tmp}/kv-demo.XXXXXX")}"
 TIMEOUT="${KV_DEMO_TIMEOUT:-60}"
@@ -34,7 +40,7 @@ if [ -n "${DISPLAY:-}${WAYLAND_DISPLAY:-}" ] && [ "${KV_PAGE_DISPLAY:-}" != virt
 fi
 
 status=0
-"$EXAMPLES/../tools/pair-run.sh" --build "$BUILD" --work "$WORK" --no-check --timeout "$TIMEOUT" \
+"$EXAMPLES/../tools/pair-run.sh" "${PROGRAMS[@]}" --work "$WORK" --no-check --timeout "$TIMEOUT" \
     --screenshots "$WORK/screens" --phone-file "$report" /opt/usr/media/Documents/report.txt \
     "$EXAMPLES/watch-sensor" "$EXAMPLES/phone-monitor" "${APP_ARGS[@]}" || status=$?
 [ "$status" -eq 0 ] || fail "an app failed (see the results above)"
