@@ -16,14 +16,14 @@ const char kUsage[] =
     "usage: kv-accessoryd [--device DIR] [--name NAME] [--listen HOST:PORT | --connect "
     "HOST:PORT] [--insecure] [--link-profile NAME]\n"
     "\n"
-    "  --device DIR        the device (default: $KV_DEVICE, else the default device)\n"
-    "  --name NAME         the device name that the linked device sees (default: the\n"
-    "                      device folder's name)\n"
-    "  --listen HOST:PORT  wait for the paired device's link there (port 0: any)\n"
-    "  --connect HOST:PORT link to the paired device there\n"
-    "  --insecure          link over plain TCP: nobody authenticated, nothing encrypted\n"
-    "  --link-profile NAME the kind of link to emulate: unlimited (the default), wifi,\n"
-    "                      usb, bt or ble (bandwidth, latency, largest send, transport)\n";
+    "  --device DIR         the device (default: $KV_DEVICE, else the default device)\n"
+    "  --name NAME          the device name that the linked device sees (default: the\n"
+    "                       device folder's name)\n"
+    "  --listen HOST:PORT   wait for the paired device's link there (port 0: any)\n"
+    "  --connect HOST:PORT  link to the paired device there\n"
+    "  --insecure           link over plain TCP: nobody authenticated, nothing encrypted\n"
+    "  --link-profile NAME  the kind of link to emulate: unlimited (the default), wifi,\n"
+    "                       usb, bt or ble (bandwidth, latency, largest send, transport)\n";
 
 void readLink(const Cli::Arguments& arguments, DaemonOptions& options) {
     arguments.allowOneOf("listen", "connect");
