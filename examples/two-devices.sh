@@ -6,7 +6,10 @@
 # pass a file and close. Exits non-zero when anything of that goes wrong.
 # The screens as each app ended are written to WORK_DIR/screens/; with
 # --trace FILE, the timeline of both devices' services to FILE.
-#   two-devices.sh BUILD_DIR [WORK_DIR] [--trace FILE]
+#   two-devices.sh [DIR [WORK_DIR]] [--trace FILE]
+# DIR is the build folder or the installed prefix whose programs run; without
+# it (or when it is empty) pair-run.sh takes its default: build/ of the
+# repository, or, for the copy installed in PREFIX/share/kv/examples, PREFIX.
 # The apps run under tools/pair-run.sh, which prints their transcript and the
 # results; this script adds the report file that the phone sends and checks
 # that it arrived whole. The samples' types are checked by the tests, not at
@@ -22,7 +25,10 @@ while [ $# -gt 0 ]; do
         *) POSITIONAL+=("$1"); shift ;;
     esac
 done
-BUILD="$(cd "${POSITIONAL[0]:?usage: two-devices.sh BUILD_DIR [WORK_DIR] [--trace FILE]}" && pwd)"
+PROGRAMS=()
+if [ -n "${POSITIONAL[0]:-}" ]; then
+    PROGRAMS=(--build "$(cd "${POSITIONAL[0]}" && pwd)")
+fi
 EXAMPLES="$(cd "$(dirname "${BASH_SOURCE[0]}")" && pwd)"
 WORK="${POSITIONAL[1]:-$(mktemp -d "${TMPDIR:-/tmp}/kv-demo.XXXXXX")}"
 TIMEOUT="${KV_DEMO_TIMEOUT:-60}"
@@ -44,7 +50,7 @@ if [ -n "${DISPLAY:-}${WAYLAND_DISPLAY:-}" ] && [ "${KV_PAGE_DISPLAY:-}" != virt
 fi
 
 status=0
-"$EXAMPLES/../tools/pair-run.sh" --build "$BUILD" --work "$WORK" --no-check --timeout "$TIMEOUT" \
+"$EXAMPLES/../tools/pair-run.sh" "${PROGRAMS[@]}" --work "$WORK" --no-check --timeout "$TIMEOUT" \
     --screenshots "$WORK/screens" "${TRACE[@]}" --phone-file "$report" /opt/usr/media/Documents/report.txt \
     "$EXAMPLES/watch-sensor" "$EXAMPLES/phone-monitor" "${APP_ARGS[@]}" || status=$?
 [ "$status" -eq 0 ] || fail "an app failed (see the results above)"

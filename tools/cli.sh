@@ -6,9 +6,16 @@
 # that differs: "./kv") and CLI_SCRIPT, and sources this file; its usage is
 # the comment block at the top of CLI_SCRIPT.
 
-# The project's version, from CMakeLists.txt.
+# The project's version: from CMakeLists.txt in the repository, from
+# installed.sh (written by the install) in an installed copy.
 cli_version_number() {
-    sed -n 's/^project(kv VERSION \([0-9.]*\).*/\1/p' "$(dirname "${BASH_SOURCE[0]}")/../CMakeLists.txt"
+    local tools
+    tools="$(dirname "${BASH_SOURCE[0]}")"
+    if [ -f "$tools/installed.sh" ]; then
+        (. "$tools/installed.sh" && printf '%s\n' "$KV_INSTALLED_VERSION")
+    else
+        sed -n 's/^project(kv VERSION \([0-9.]*\).*/\1/p' "$tools/../CMakeLists.txt"
+    fi
 }
 
 # Prints the usage (the script's leading comment) and exits with 0.

@@ -50,6 +50,8 @@ CLI_SCRIPT="${BASH_SOURCE[0]}"
 cli_answer_help_and_version "$@"
 # shellcheck source=tools/app-profile.sh
 . "$ROOT/tools/app-profile.sh"
+# shellcheck source=tools/programs.sh
+. "$ROOT/tools/programs.sh"
 
 need() {
     [ "$2" -ge 2 ] || cli_usage_error "$1 needs $3"
@@ -64,7 +66,7 @@ PROFILES="unlimited,wifi,usb,bt,ble"
 FAULTS="drop,stall,long-stall,detach"
 LINK_BOUND=10
 WORK=""
-BUILD="${KV_BUILD:-$ROOT/build}"
+BUILD="$(kv_default_programs)"
 CHECK=1
 PASS=()
 APPS=()
@@ -78,7 +80,7 @@ while [ $# -gt 0 ]; do
         --link-bound) need "$1" $# "a number of seconds"; whole_number "$1" "$2"; LINK_BOUND="$2"; shift 2 ;;
         --work) need "$1" $# "a folder"; WORK="$2"; shift 2 ;;
         --no-check) CHECK=0; shift ;;
-        --build) need "$1" $# "a build folder"; BUILD="$2"; PASS+=("$1" "$2"); shift 2 ;;
+        --build) need "$1" $# "a build folder or an installed prefix"; BUILD="$2"; PASS+=("$1" "$2"); shift 2 ;;
         --timeout) need "$1" $# "a number of seconds"; whole_number "$1" "$2"; PASS+=("$1" "$2"); shift 2 ;;
         --watch-file | --phone-file)
             [ $# -ge 3 ] || cli_usage_error "$1 needs a FILE and a device PATH"
@@ -110,6 +112,7 @@ done
 [ -n "$WORK" ] || WORK="$(mktemp -d "${TMPDIR:-/tmp}/kv-chaos.XXXXXX")"
 mkdir -p "$WORK"
 WORK="$(cd "$WORK" && pwd)"
+kv_use_programs "$BUILD"
 
 say() { printf '==> %s\n' "$*"; }
 
@@ -208,7 +211,7 @@ for ((trial = 1; trial <= TRIALS; trial++)); do
         --work "$dir" --link-profile "$profile" --fault "$fault" "${PASS[@]}" \
         "${APPS[@]}" -- "${ARGS[@]}" >"$dir.txt" 2>&1 || true
     problems="$(check_trial "$dir")"
-    "$BUILD/accessory/kv-accessory" stop "$dir/watch" "$dir/phone" >/dev/null 2>&1 || true
+    "$ACCESSORY" stop "$dir/watch" "$dir/phone" >/dev/null 2>&1 || true
     outcome="$(fault_outcome "$dir/fault.txt" 2>/dev/null || echo "not fired")"
     if [ -z "$problems" ]; then
         verdict="ok"

@@ -20,7 +20,9 @@
 # their sizes and SHA-256 checksums, and where the devices and logs are.
 #
 # Options:
-#   --build DIR            the build folder (default: $KV_BUILD, else build/ of the repository)
+#   --build DIR            the build folder, or an installed prefix, whose programs run (default:
+#                          $KV_BUILD, else the prefix of an installed copy of this tool, else
+#                          build/ of the repository)
 #   --work DIR             the folder for the devices and logs (default: a new one under /tmp);
 #                          its watch/ and phone/ folders are made afresh
 #   --timeout SECONDS      stop an app that runs longer (default 60; exit code 124)
@@ -71,6 +73,8 @@ cli_answer_help_and_version "$@"
 . "$ROOT/tools/link-fault.sh"
 # shellcheck source=tools/app-profile.sh
 . "$ROOT/tools/app-profile.sh"
+# shellcheck source=tools/programs.sh
+. "$ROOT/tools/programs.sh"
 
 # A value an option needs: "needs" says what it must be.
 need() {
@@ -82,7 +86,7 @@ fail() {
     exit 1
 }
 
-BUILD="${KV_BUILD:-$ROOT/build}"
+BUILD="$(kv_default_programs)"
 WORK=""
 TIMEOUT=60
 INSECURE=()
@@ -104,7 +108,7 @@ ARGS=()
 
 while [ $# -gt 0 ]; do
     case "$1" in
-        --build) need "$1" $# "a build folder"; BUILD="$2"; shift 2 ;;
+        --build) need "$1" $# "a build folder or an installed prefix"; BUILD="$2"; shift 2 ;;
         --work) need "$1" $# "a folder"; WORK="$2"; shift 2 ;;
         --timeout)
             need "$1" $# "a whole number of seconds"
@@ -154,10 +158,7 @@ if [ "$CHECK" = 1 ]; then
     esac
 fi
 
-RUNTIME="$BUILD/runtime/kv-runtime"
-ACCESSORY="$BUILD/accessory/kv-accessory"
-DEVICE_TOOL="$BUILD/platform/device/kv-device"
-PLUGINS="$BUILD/plugins"
+kv_use_programs "$BUILD"
 for program in "$RUNTIME" "$ACCESSORY" "$DEVICE_TOOL"; do
     [ -x "$program" ] || fail "$program is missing: build first (./kv build)"
 done
@@ -267,7 +268,7 @@ run_app() {
     if is_page "$folder"; then
         mapfile -t options < <(page_options "$label" "$x")
     fi
-    env "${environment[@]}" "$RUNTIME" --device "$device" run "$app" --plugins "$PLUGINS" \
+    env "${environment[@]}" "$RUNTIME" --device "$device" run "$app" "${PLUGIN_OPTIONS[@]}" \
         --timeout "$TIMEOUT" "${options[@]}" -- "${ARGS[@]}" 2>&1 | stamp >"$WORK/$label.out" ||
         status=$?
     echo "$status" >"$WORK/$label.exit"

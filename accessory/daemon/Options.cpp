@@ -17,17 +17,17 @@ const char kUsage[] =
     "HOST:PORT] [--insecure] [--link-profile NAME]\n"
     "                     [--keylog FILE]\n"
     "\n"
-    "  --device DIR        the device (default: $KV_DEVICE, else the default device)\n"
-    "  --name NAME         the device name that the linked device sees (default: the\n"
-    "                      device folder's name)\n"
-    "  --listen HOST:PORT  wait for the paired device's link there (port 0: any)\n"
-    "  --connect HOST:PORT link to the paired device there\n"
-    "  --insecure          link over plain TCP: nobody authenticated, nothing encrypted\n"
-    "  --link-profile NAME the kind of link to emulate: unlimited (the default), wifi,\n"
-    "                      usb, bt or ble (bandwidth, latency, largest send, transport)\n"
-    "  --keylog FILE       append the TLS secrets of the link to FILE (made 0600), so that\n"
-    "                      a capture of the link can be decrypted; whoever reads FILE\n"
-    "                      reads everything on the link: for debugging only\n";
+    "  --device DIR         the device (default: $KV_DEVICE, else the default device)\n"
+    "  --name NAME          the device name that the linked device sees (default: the\n"
+    "                       device folder's name)\n"
+    "  --listen HOST:PORT   wait for the paired device's link there (port 0: any)\n"
+    "  --connect HOST:PORT  link to the paired device there\n"
+    "  --insecure           link over plain TCP: nobody authenticated, nothing encrypted\n"
+    "  --link-profile NAME  the kind of link to emulate: unlimited (the default), wifi,\n"
+    "                       usb, bt or ble (bandwidth, latency, largest send, transport)\n"
+    "  --keylog FILE        append the TLS secrets of the link to FILE (made 0600), so that\n"
+    "                       a capture of the link can be decrypted; whoever reads FILE\n"
+    "                       reads everything on the link: for debugging only\n";
 
 // --keylog: a file, and a link over TLS whose secrets it can hold.
 void readKeyLog(const Cli::Arguments& arguments, DaemonOptions& options) {

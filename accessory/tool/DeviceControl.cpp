@@ -4,12 +4,16 @@
 #include <kv-device/Device.h>
 #include <kv-device/FileUtil.h>
 #include <kv-device/Process.h>
+#include <kv-layout/Layout.h>
 #include <signal.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
+#include <cerrno>
 #include <chrono>
+#include <cstdio>
 #include <cstdlib>
+#include <cstring>
 #include <filesystem>
 #include <stdexcept>
 #include <thread>
@@ -24,34 +28,24 @@ namespace {
 using Clock = std::chrono::steady_clock;
 constexpr auto kPollPause = std::chrono::milliseconds(20);
 
-// $KV_ACCESSORYD when set, else kv-accessoryd beside this program, else
-// from PATH.
+// $KV_ACCESSORYD when set, else the daemon where the build or an install
+// puts it (found from this library's folder), else kv-accessoryd on PATH.
 std::string daemonProgram() {
     if (const char* program = std::getenv("KV_ACCESSORYD")) {
         return program;
     }
-    char self[4096];
-    const ssize_t length = ::readlink("/proc/self/exe", self, sizeof(self) - 1);
-    if (length > 0) {
-        std::string path(self, static_cast<std::size_t>(length));
-        path = path.substr(0, path.rfind('/') + 1) + KV_ACCESSORYD_NAME;
-        if (::access(path.c_str(), X_OK) == 0) {
-            return path;
-        }
-    }
-    return KV_ACCESSORYD_NAME;
+    static const int anchor = 0;
+    const std::optional<std::filesystem::path> found =
+        Layout::find(Layout::moduleFolder(&anchor), KV_LAYOUT_PLACE(KV_ACCESSORYD));
+    return found ? found->string() : KV_ACCESSORYD_NAME;
 }
 
 std::string daemonLog(const std::string& device) { return device + "/accessoryd.log"; }
 
-[[noreturn]] void execDaemon(const std::string& device, const std::vector<std::string>& arguments) {
-    ::setsid();
-    const int log =
-        ::open(daemonLog(device).c_str(), O_WRONLY | O_CREAT | O_APPEND | O_CLOEXEC, 0600);
-    if (log >= 0) {
-        ::dup2(log, STDOUT_FILENO);
-        ::dup2(log, STDERR_FILENO);
-    }
+// Replaces this process with the device's daemon, given `arguments`
+// besides its device. Returns only when the daemon cannot be started, with
+// the reason.
+std::string execDaemon(const std::string& device, const std::vector<std::string>& arguments) {
     const std::string program = daemonProgram();
     std::vector<std::string> all{program, "--device", device};
     all.insert(all.end(), arguments.begin(), arguments.end());
@@ -61,6 +55,21 @@ std::string daemonLog(const std::string& device) { return device + "/accessoryd.
     }
     argv.push_back(nullptr);
     ::execvp(argv[0], argv.data());
+    return "cannot run " + program + ": " + std::strerror(errno);
+}
+
+// The child of a start in the background: a session of its own, its output
+// into the device's daemon log.
+[[noreturn]] void execDaemonInBackground(const std::string& device,
+                                         const std::vector<std::string>& arguments) {
+    ::setsid();
+    const int log =
+        ::open(daemonLog(device).c_str(), O_WRONLY | O_CREAT | O_APPEND | O_CLOEXEC, 0600);
+    if (log >= 0) {
+        ::dup2(log, STDOUT_FILENO);
+        ::dup2(log, STDERR_FILENO);
+    }
+    execDaemon(device, arguments);
     ::_exit(127);
 }
 
@@ -133,14 +142,21 @@ void rememberArguments(const std::string& device, std::vector<std::string> argum
     Device::writeFileAtomically(linkFile(device), text);
 }
 
-}  // namespace
-
-void startDaemon(const std::string& device, const std::vector<std::string>& given) {
+// The arguments of a start: those given, else those the device's daemon was
+// last started with. Throws when the daemon runs already.
+std::vector<std::string> startArguments(const std::string& device,
+                                        const std::vector<std::string>& given) {
     Device::ensureLayout(device);
-    const std::vector<std::string> arguments = given.empty() ? rememberedArguments(device) : given;
     if (daemonPid(device)) {
         throw std::runtime_error("the service of " + device + " already runs");
     }
+    return given.empty() ? rememberedArguments(device) : given;
+}
+
+}  // namespace
+
+void startDaemon(const std::string& device, const std::vector<std::string>& given) {
+    const std::vector<std::string> arguments = startArguments(device, given);
     ::unlink((device + "/accessoryd.pid").c_str());
     const std::size_t logStart = daemonLogSize(device);
     const pid_t child = ::fork();
@@ -148,7 +164,7 @@ void startDaemon(const std::string& device, const std::vector<std::string>& give
         throw std::runtime_error("cannot start the service: fork failed");
     }
     if (child == 0) {
-        execDaemon(device, arguments);
+        execDaemonInBackground(device, arguments);
     }
     const auto deadline = Clock::now() + std::chrono::seconds(10);
     while (Clock::now() < deadline) {
@@ -166,6 +182,12 @@ void startDaemon(const std::string& device, const std::vector<std::string>& give
         std::this_thread::sleep_for(kPollPause);
     }
     throw std::runtime_error("the service of " + device + " did not start in time");
+}
+
+void runDaemonInForeground(const std::string& device, const std::vector<std::string>& given) {
+    const std::vector<std::string> arguments = startArguments(device, given);
+    std::fflush(stdout);
+    throw std::runtime_error(execDaemon(device, arguments));
 }
 
 unsigned short listeningPort(const std::string& device) {

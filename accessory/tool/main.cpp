@@ -45,8 +45,10 @@ const char kUsage[] =
     "  unpair DIR                  forget the paired device\n"
     "  identity DIR                the device's certificate and its pin\n"
     "  start DIR [--listen HOST:PORT | --connect HOST:PORT] [--name NAME] [--insecure]\n"
-    "            [--link-profile NAME] [--keylog FILE]\n"
-    "                              start the service (no options: as it was last started)\n"
+    "            [--link-profile NAME] [--keylog FILE] [--foreground]\n"
+    "                              start the service (no options: as it was last started);\n"
+    "                              --foreground: run it in this process, its output on\n"
+    "                              stderr (as systemd runs it)\n"
     "  status DIR [--json]         the service's link, agents, connections and file\n"
     "                              transfers; --json: the same as one JSON object\n"
     "  detach DIR [WHEN]           drop the device's link and keep it down\n"
@@ -260,9 +262,14 @@ std::vector<std::string> daemonArguments(const Arguments& arguments) {
 
 void startCommand(const Arguments& arguments, const Folders& folders) {
     arguments.allowOnly(
-        "start", {"device", "listen", "connect", "name", "insecure", "link-profile", "keylog"});
+        "start",
+        {"device", "listen", "connect", "name", "insecure", "link-profile", "keylog", "foreground"});
     const std::vector<std::string> forwarded = daemonArguments(arguments);
-    startDaemon(oneDevice(folders, "start", true), forwarded);
+    const std::string device = oneDevice(folders, "start", true);
+    if (arguments.has("foreground")) {
+        runDaemonInForeground(device, forwarded);
+    }
+    startDaemon(device, forwarded);
 }
 
 void showStatus(const std::string& device, bool json) {
@@ -472,6 +479,7 @@ int main(int argc, char** argv) {
                                             {"connect", Option::WithValue},
                                             {"name", Option::WithValue},
                                             {"insecure", Option::Flag},
+                                            {"foreground", Option::Flag},
                                             {"json", Option::Flag},
                                             {"link-profile", Option::WithValue},
                                             {"keylog", Option::WithValue},

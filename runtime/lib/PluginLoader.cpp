@@ -2,10 +2,12 @@
 
 #include <Commons/Exception.h>
 #include <Logger.h>
+#include <kv-layout/Layout.h>
 
 #include <algorithm>
 #include <cstdlib>
 #include <filesystem>
+#include <optional>
 #include <system_error>
 
 namespace Kv {
@@ -38,10 +40,13 @@ std::vector<std::string> PluginLoader::defaultFolders() {
     if (fromEnvironment && *fromEnvironment) {
         return {fromEnvironment};
     }
-    if (fs::is_directory(KV_DEFAULT_PLUGIN_DIR)) {
-        return {KV_DEFAULT_PLUGIN_DIR};
+    static const int anchor = 0;
+    const fs::path library = Layout::moduleFolder(&anchor);
+    if (const std::optional<fs::path> folder =
+            Layout::find(library, KV_LAYOUT_PLACE(KV_PLUGIN_FOLDER))) {
+        return {folder->string()};
     }
-    LoggerI("no plug-in folder at " << KV_DEFAULT_PLUGIN_DIR << "; running without plug-ins");
+    LoggerI("no plug-in folder beside " << library << "; running without plug-ins");
     return {};
 }
 

@@ -6,6 +6,7 @@
 
 #include <kv-device/AppRegistry.h>
 #include <kv-device/Device.h>
+#include <kv-layout/Layout.h>
 
 #include <Commons/Exception.h>
 #include <Logger.h>
@@ -88,9 +89,7 @@ std::string pageHostProgram() {
     if (fromEnvironment && *fromEnvironment) {
         return fromEnvironment;
     }
-    std::error_code error;
-    const std::filesystem::path self = std::filesystem::read_symlink("/proc/self/exe", error);
-    return (self.parent_path() / "kv-page-host").string();
+    return (Layout::programFolder() / "kv-page-host").string();
 }
 
 // An app that is a page runs in the page host, which takes this process's

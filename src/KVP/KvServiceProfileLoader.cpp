@@ -149,7 +149,7 @@ std::string KvServiceProfileLoader::getPackageFromAppId(const std::string& appId
         std::free(packageText);
     }
     if (app_info_destroy(appInfo) < 0) {
-        LoggerE("Fail to get destory appinfo");
+        LoggerE("Fail to destroy appinfo");
         return std::string();
     }
     return package;

@@ -7,13 +7,18 @@
 #include <kv-accessory/DeviceControl.h>
 
 #include <arpa/inet.h>
+#include <fcntl.h>
 #include <netinet/in.h>
 #include <sys/socket.h>
+#include <sys/wait.h>
 #include <unistd.h>
 
 #include <algorithm>
 #include <chrono>
+#include <csignal>
 #include <filesystem>
+#include <fstream>
+#include <iterator>
 #include <thread>
 
 #include "AccessoryTestSupport.h"
@@ -207,6 +212,56 @@ TEST(ToolCommandLineTest, AServiceThatCannotListenNamesTheAddressAndLeavesNothin
 
     const ProcessResult again = tool({"start", devices.watch, "--listen", "127.0.0.1:0"});
     EXPECT_EQ(again.exitCode, 0) << again.output;
+}
+
+// Starts "kv-accessory start DEVICE --foreground" as a child of the test,
+// its output into `log`.
+pid_t startInForeground(const std::string& device, const std::string& log) {
+    const pid_t child = ::fork();
+    if (child == 0) {
+        const int out = ::open(log.c_str(), O_WRONLY | O_CREAT | O_TRUNC, 0600);
+        ::dup2(out, STDOUT_FILENO);
+        ::dup2(out, STDERR_FILENO);
+        ::execl(KV_ACCESSORY_TOOL_PATH, KV_ACCESSORY_TOOL_PATH, "start", device.c_str(),
+                "--foreground", static_cast<char*>(nullptr));
+        ::_exit(127);
+    }
+    return child;
+}
+
+// start --foreground, as systemd runs a device's service: the tool becomes
+// the daemon (the very process that was started, with its output), on the
+// link it was last started with; a second start is refused while it runs,
+// and SIGTERM ends it cleanly.
+TEST(ToolCommandLineTest, AForegroundStartBecomesTheDaemonOnTheRememberedLink) {
+    const ToolDevices devices;
+    ASSERT_EQ(tool({"create", devices.watch, devices.phone}).exitCode, 0);
+    ASSERT_EQ(tool({"pair", devices.watch, devices.phone}).exitCode, 0);
+    ASSERT_EQ(tool({"stop", devices.watch}).exitCode, 0);
+
+    const std::string log = devices.folder.path() + "/foreground.log";
+    const pid_t foreground = startInForeground(devices.watch, log);
+    ASSERT_GT(foreground, 0);
+    const bool linked = waitStatusLine(devices.watch, "link: up");
+    std::ifstream pidFile(devices.watch + "/accessoryd.pid");
+    pid_t daemon = 0;
+    pidFile >> daemon;
+    const ProcessResult second = tool({"start", devices.watch, "--foreground"});
+    ::kill(foreground, SIGTERM);
+    int status = 0;
+    ASSERT_EQ(::waitpid(foreground, &status, 0), foreground);
+
+    EXPECT_TRUE(linked);
+    EXPECT_EQ(daemon, foreground) << "the daemon is not the process that was started";
+    EXPECT_EQ(second.exitCode, 1);
+    EXPECT_TRUE(contains(second.output, "the service of " + devices.watch + " already runs"))
+        << second.output;
+    EXPECT_TRUE(WIFEXITED(status) && WEXITSTATUS(status) == 0) << status;
+    std::ifstream written(log);
+    const std::string output((std::istreambuf_iterator<char>(written)),
+                             std::istreambuf_iterator<char>());
+    EXPECT_TRUE(contains(output, "accessory service of watch ready")) << output;
+    EXPECT_FALSE(std::filesystem::exists(devices.watch + "/accessoryd.pid"));
 }
 
 // A live pair: alpha's consumer connected to beta's provider, and a file

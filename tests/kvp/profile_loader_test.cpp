@@ -444,7 +444,7 @@ TEST_F(ProfileLoaderTest, FailedReleaseOfTheInformationDiscardsThePackage) {
     FakeAppfw::setPackage("example");
     FakeAppfw::setAppInfoDestroyResult(-22);
     EXPECT_EQ(TestLoader().getPackageFromAppId("org.example.app"), "");
-    EXPECT_EQ(logged(capture), (std::vector<Logged>{{DLOG_ERROR, "Fail to get destory appinfo"}}));
+    EXPECT_EQ(logged(capture), (std::vector<Logged>{{DLOG_ERROR, "Fail to destroy appinfo"}}));
 }
 
 TEST_F(ProfileLoaderTest, PositiveResultsOfTheAppManagerCountAsSuccess) {

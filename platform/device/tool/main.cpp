@@ -22,14 +22,14 @@ constexpr int kExecFailed = 127;
 const char kUsage[] =
     "usage: kv-device [--device DIR] COMMAND\n"
     "commands:\n"
-    "  create               make the device's layout and print its folder\n"
-    "  path                 print the device's folder\n"
-    "  run -- CMD [ARGS...] run a command inside the device (its /opt is the device's)\n"
-    "  apps                 list the installed apps: app id, package, name\n"
-    "  install APP_FOLDER   install the app in APP_FOLDER (it holds config.xml)\n"
-    "  screen [SCREEN]      print the device's screen, or set it: watch (360x360 round),\n"
-    "                       phone (412x892), or WIDTHxHEIGHT, with 'round' after it for a\n"
-    "                       round one\n"
+    "  create                make the device's layout and print its folder\n"
+    "  path                  print the device's folder\n"
+    "  run -- CMD [ARGS...]  run a command inside the device (its /opt is the device's)\n"
+    "  apps                  list the installed apps: app id, package, name\n"
+    "  install APP_FOLDER    install the app in APP_FOLDER (it holds config.xml)\n"
+    "  screen [SCREEN]       print the device's screen, or set it: watch (360x360\n"
+    "                        round), phone (412x892), or WIDTHxHEIGHT, with 'round'\n"
+    "                        after it for a round one\n"
     "options:\n"
     "  --device DIR   the device (default: $KV_DEVICE, else the default device)\n";
 

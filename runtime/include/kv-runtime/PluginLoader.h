@@ -27,7 +27,8 @@ public:
     static std::vector<std::string> pluginFilesIn(const std::string& folder);
 
     // The plug-in folders of a run that names none: $KV_PLUGIN_DIR when set,
-    // else the build's plug-in folder when it exists, else none.
+    // else the runtime's plug-in folder when it exists (the installed one, or
+    // the build's plugins/, found from this library's folder), else none.
     static std::vector<std::string> defaultFolders();
 
     // Loads every `*.so` of `folder` in name order. Throws as Plugin::open

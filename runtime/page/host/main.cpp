@@ -11,6 +11,7 @@
 #include <kv-device/AppRegistry.h>
 #include <kv-device/Device.h>
 #include <kv-device/Screen.h>
+#include <kv-layout/Layout.h>
 #include <kv-runtime/PluginLoader.h>
 #include <kv-runtime/WidgetId.h>
 
@@ -26,6 +27,7 @@
 #include <cstring>
 #include <exception>
 #include <filesystem>
+#include <optional>
 #include <set>
 #include <stdexcept>
 
@@ -56,9 +58,24 @@ void fail(const std::string& text) {
     std::fflush(stderr);
 }
 
+// The folder of the web extension: $KV_PAGE_EXTENSION_DIR when set, else the
+// installed one or the build's page-extension/, found from this program's
+// folder.
 std::string extensionDir() {
     const char* fromEnvironment = std::getenv("KV_PAGE_EXTENSION_DIR");
-    return fromEnvironment && *fromEnvironment ? fromEnvironment : KV_PAGE_EXTENSION_DIR;
+    if (fromEnvironment && *fromEnvironment) {
+        return fromEnvironment;
+    }
+    const std::filesystem::path program = Layout::programFolder();
+    const std::optional<std::filesystem::path> found =
+        Layout::find(program, KV_LAYOUT_PLACE(KV_PAGE_EXTENSION_FOLDER));
+    if (!found) {
+        throw std::runtime_error(
+            "the page extension is missing: it is neither installed nor built "
+            "beside " +
+            program.string() + " (or set KV_PAGE_EXTENSION_DIR)");
+    }
+    return found->string();
 }
 
 // The plug-in files of the run, in load order.
@@ -132,9 +149,7 @@ std::vector<std::string> ownCommandLine;
 // the page host goes through kv-runtime run (beside it), which enters the
 // device first and comes back here, in the same process.
 [[noreturn]] void enterThroughRuntime() {
-    std::error_code error;
-    const std::filesystem::path self = std::filesystem::read_symlink("/proc/self/exe", error);
-    const std::string runtime = (self.parent_path() / "kv-runtime").string();
+    const std::string runtime = (Layout::programFolder() / "kv-runtime").string();
     std::vector<std::string> words = {"kv-runtime", "run"};
     words.insert(words.end(), ownCommandLine.begin() + 1, ownCommandLine.end());
     std::vector<char*> argv;

@@ -20,6 +20,14 @@ namespace Accessory {
 // std::runtime_error when it does not start.
 void startDaemon(const std::string& device, const std::vector<std::string>& arguments);
 
+// Runs kv-accessoryd for the device folder `device` in this process, with
+// the extra arguments, else with those it was last started with; its output
+// stays on this process's. What the daemon is started with is not
+// remembered. Returns only by throwing std::runtime_error: when the daemon
+// runs already or cannot be started.
+[[noreturn]] void runDaemonInForeground(const std::string& device,
+                                        const std::vector<std::string>& arguments);
+
 // The port the device's daemon listens on for its link.
 unsigned short listeningPort(const std::string& device);
 
