@@ -261,9 +261,8 @@ std::vector<std::string> daemonArguments(const Arguments& arguments) {
 }
 
 void startCommand(const Arguments& arguments, const Folders& folders) {
-    arguments.allowOnly(
-        "start",
-        {"device", "listen", "connect", "name", "insecure", "link-profile", "keylog", "foreground"});
+    arguments.allowOnly("start", {"device", "listen", "connect", "name", "insecure", "link-profile",
+                                  "keylog", "foreground"});
     const std::vector<std::string> forwarded = daemonArguments(arguments);
     const std::string device = oneDevice(folders, "start", true);
     if (arguments.has("foreground")) {
