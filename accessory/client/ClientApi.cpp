@@ -120,16 +120,17 @@ static int send(unsigned int connectionId, unsigned short channelId, unsigned in
     if ((data == nullptr && length > 0) || length > KVP_MAX_DATA_SIZE) {
         return KVP_ERROR_INVALID;
     }
+    const std::string_view bytes(data != nullptr ? data : "", length);
     const auto fill = [&](wire::Request& request) {
         auto* send = request.mutable_send_data();
         send->set_connection_id(connectionId);
         send->set_channel_id(channelId);
-        send->set_data(data != nullptr ? std::string(data, length) : std::string());
         send->set_secure(secure);
         send->set_sent_at_us(traceClockMicros());
     };
     // What will surely be taken goes without waiting for the service's
-    // answer; anything else waits for it, to tell the app what went wrong.
+    // answer, its data copied straight into the frame; anything else waits
+    // for it, to tell the app what went wrong.
     try {
         ServiceClient& client = ServiceClient::instance();
         client.takeArrived();
@@ -137,13 +138,16 @@ static int send(unsigned int connectionId, unsigned short channelId, unsigned in
             wire::Request request;
             fill(request);
             request.mutable_send_data()->set_no_reply(true);
-            return client.post(std::move(request)) ? KVP_SUCCESS : KVP_ERROR_NO_DEVICE;
+            return client.post(std::move(request), bytes) ? KVP_SUCCESS : KVP_ERROR_NO_DEVICE;
         }
     } catch (const std::exception& error) {
         LoggerE("send failed: " << error.what());
         return KVP_ERROR_GENERAL;
     }
-    return callService(fill);
+    return callService([&](wire::Request& request) {
+        fill(request);
+        request.mutable_send_data()->set_data(std::string(bytes));
+    });
 }
 
 int sendData(unsigned int connectionId, unsigned short channelId, unsigned int length,

@@ -190,12 +190,15 @@ bool ServiceClient::canSendWithoutWaiting(std::uint32_t connectionId, std::uint3
            std::find(open->second.begin(), open->second.end(), channelId) != open->second.end();
 }
 
-bool ServiceClient::post(wire::Request request) {
+bool ServiceClient::post(wire::Request request) { return post(std::move(request), {}); }
+
+bool ServiceClient::post(wire::Request request, std::string_view data) {
     request.set_serial(m_nextSerial++);
     wire::ClientMessage message;
     *message.mutable_request() = std::move(request);
     try {
-        m_connection->write(encodeFrame(message), std::chrono::steady_clock::now() + kPostTimeout);
+        m_connection->write(encodeSendDataFrame(message, data),
+                            std::chrono::steady_clock::now() + kPostTimeout);
         // What arrived while the write waited for room is decoded already:
         // the socket may not wake the loop for it again.
         takeDecoded();

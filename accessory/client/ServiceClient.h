@@ -69,6 +69,9 @@ public:
     // When the service's queue for the link is full, the service stops
     // reading and this waits for room. False when the service is lost.
     bool post(wire::Request request);
+    // The same for a send_data request without its data, with `data` as it
+    // (copied once, straight into the frame).
+    bool post(wire::Request request, std::string_view data);
 
     // The app accepted the connection indicated to it: it is open now.
     void connectionAccepted(std::uint32_t connectionId);

@@ -4,6 +4,8 @@
 #include "KvClientCall.h"
 #include "KvIdleCallback.h"
 #include "KvProxy.h"
+
+#include <cstring>
 #include "KvSocket.h"
 
 #include <Logger.h>
@@ -307,13 +309,15 @@ int KvProxy::sendDataWith(const char* name, const KvSocketPtr& socket, uint16_t 
     return result;
 }
 
+// The text ends at the copy's first zero byte, within its length.
 void KvProxy::OnDataIndication(unsigned long connectionId, unsigned short channelId,
-                               unsigned int /*length*/, const char* text) {
+                               unsigned int length, const char* text) {
     const auto found = sockets.find(connectionId);
     if (found == sockets.end()) {
         return;
     }
-    found->second->onReceive(channelId, text != nullptr ? text : "");
+    found->second->onReceive(
+        channelId, text != nullptr ? std::string(text, strnlen(text, length)) : std::string());
 }
 
 bool KvProxy::terminateServiceConnection(const KvSocketPtr& socket) {

@@ -107,14 +107,14 @@ void KvSocket::OnRequestReceived(
                         "Error during set onconnection lost callback : ");
 }
 
-void KvSocket::onReceive(unsigned long channelId, const std::string& data) {
+void KvSocket::onReceive(unsigned long channelId, std::string data) {
     LoggerI("called");
     if (dataReceiveEmitter == nullptr) {
         return;
     }
     auto event = std::make_shared<EventKvSocketDataReceiveListener>();
     event->channelId = channelId;
-    event->data = data;
+    event->data = std::move(data);
     dataReceiveEmitter->emit(event);
 }
 

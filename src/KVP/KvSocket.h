@@ -41,7 +41,7 @@ public:
     virtual void setConnectionId(unsigned long id);
 
     // Notifications from the bridge.
-    virtual void onReceive(unsigned long channelId, const std::string& data);
+    virtual void onReceive(unsigned long channelId, std::string data);
     virtual void onConnectionLost(int reason);
     virtual bool isConnected() const { return connected; }
 

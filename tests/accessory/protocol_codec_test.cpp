@@ -33,6 +33,40 @@ TEST(ProtocolCodecTest, AClientMessageSurvivesTheRoundTrip) {
     EXPECT_FALSE(decoder.next().has_value());
 }
 
+// A send's frame with its data written straight in decodes to the same
+// message as the message with its data set, whatever the sizes (one- to
+// three-byte lengths) and the other fields.
+TEST(ProtocolCodecTest, ASendsFrameWithItsDataWrittenInDecodesAsTheWholeMessage) {
+    for (const std::size_t size :
+         {std::size_t{0}, std::size_t{1}, std::size_t{127}, std::size_t{128}, std::size_t{16383},
+          std::size_t{16384}, kMaxDataSize}) {
+        std::string data(size, '\0');
+        for (std::size_t i = 0; i < size; ++i) {
+            data[i] = static_cast<char>(i * 31 % 251);
+        }
+        wire::ClientMessage message = sampleRequest();
+        auto* send = message.mutable_request()->mutable_send_data();
+        send->clear_data();
+        send->set_secure(size % 2 == 0);
+        send->set_no_reply(true);
+        send->set_sent_at_us(1'800'000'000'123'456 + size);
+        const std::string frame = encodeSendDataFrame(message, data);
+        send->set_data(data);
+        FrameDecoder decoder;
+        decoder.feed(frame.data(), frame.size());
+        const std::optional<std::string_view> payload = decoder.next();
+        ASSERT_TRUE(payload.has_value()) << size;
+        EXPECT_EQ(decodeClientMessage(*payload).SerializeAsString(), message.SerializeAsString())
+            << size;
+        EXPECT_EQ(frame.size(), encodeFrame(message).size()) << size;
+    }
+}
+
+TEST(ProtocolCodecTest, ASendsFrameBeyondTheBoundIsAProtocolError) {
+    EXPECT_THROW(encodeSendDataFrame(sampleRequest(), std::string(kMaxFrameSize, 'x')),
+                 ProtocolError);
+}
+
 TEST(ProtocolCodecTest, FramesArriveWholeWhateverTheChunking) {
     wire::ServiceMessage event;
     event.mutable_event()->mutable_data()->set_data(std::string(100000, 'z'));

@@ -202,7 +202,7 @@ public:
         lost.push_back(reason);
         KvSocket::onConnectionLost(reason);
     }
-    void onReceive(unsigned long channelId, const std::string& data) override {
+    void onReceive(unsigned long channelId, std::string data) override {
         received.emplace_back(channelId, data);
         KvSocket::onReceive(channelId, data);
     }

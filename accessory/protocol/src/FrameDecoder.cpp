@@ -1,3 +1,4 @@
+#include <google/protobuf/io/coded_stream.h>
 #include <kv-accessory/Codec.h>
 
 #include <algorithm>
@@ -91,13 +92,72 @@ std::string encodeFrame(const google::protobuf::MessageLite& message) {
     if (length > kMaxFrameSize) {
         throw ProtocolError("message of " + std::to_string(length) + " bytes exceeds the bound");
     }
-    std::string frame(kFrameHeaderSize, '\0');
-    for (std::size_t i = 0; i < kFrameHeaderSize; ++i) {
-        frame[i] = static_cast<char>((length >> (8 * (kFrameHeaderSize - 1 - i))) & 0xff);
+    // Written in place, without zero-filling the frame first. (The operation
+    // returns the size itself: GCC 12 hands it the capacity, not the size.)
+    std::string frame;
+    frame.resize_and_overwrite(kFrameHeaderSize + length, [&](char* out, std::size_t) {
+        for (std::size_t i = 0; i < kFrameHeaderSize; ++i) {
+            out[i] = static_cast<char>((length >> (8 * (kFrameHeaderSize - 1 - i))) & 0xff);
+        }
+        message.SerializeWithCachedSizesToArray(reinterpret_cast<std::uint8_t*>(out) +
+                                                kFrameHeaderSize);
+        return kFrameHeaderSize + length;
+    });
+    return frame;
+}
+
+namespace {
+
+using google::protobuf::io::CodedOutputStream;
+
+// The tag of a length-delimited field.
+constexpr std::uint8_t lengthDelimited(int field) {
+    return static_cast<std::uint8_t>(field << 3 | 2);
+}
+
+// Appends a length-delimited field's tag and length.
+std::uint8_t* putField(std::uint8_t* out, int field, std::size_t length) {
+    *out++ = lengthDelimited(field);
+    return CodedOutputStream::WriteVarint32ToArray(static_cast<std::uint32_t>(length), out);
+}
+
+std::size_t fieldSize(std::size_t length) {
+    return 1 + CodedOutputStream::VarintSize32(static_cast<std::uint32_t>(length)) + length;
+}
+
+}  // namespace
+
+std::string encodeSendDataFrame(const wire::ClientMessage& message, std::string_view data) {
+    static_assert(wire::ClientMessage::kRequestFieldNumber < 16 &&
+                      wire::Request::kSendDataFieldNumber < 16 &&
+                      wire::SendData::kDataFieldNumber < 16,
+                  "one-byte tags");
+    if (data.empty()) {
+        return encodeFrame(message);  // an empty field is left out, as protobuf does
     }
-    if (!message.AppendToString(&frame)) {
-        throw ProtocolError("message could not be serialised");
+    wire::Request outer = message.request();
+    const wire::SendData send = outer.send_data();
+    outer.clear_send_data();
+    const std::size_t sendSize = send.ByteSizeLong() + fieldSize(data.size());
+    const std::size_t requestSize = outer.ByteSizeLong() + fieldSize(sendSize);
+    const std::size_t length = fieldSize(requestSize);
+    if (length > kMaxFrameSize) {
+        throw ProtocolError("message of " + std::to_string(length) + " bytes exceeds the bound");
     }
+    std::string frame;
+    frame.resize_and_overwrite(kFrameHeaderSize + length, [&](char* bytes, std::size_t) {
+        for (std::size_t i = 0; i < kFrameHeaderSize; ++i) {
+            bytes[i] = static_cast<char>((length >> (8 * (kFrameHeaderSize - 1 - i))) & 0xff);
+        }
+        auto* out = reinterpret_cast<std::uint8_t*>(bytes) + kFrameHeaderSize;
+        out = putField(out, wire::ClientMessage::kRequestFieldNumber, requestSize);
+        out = outer.SerializeWithCachedSizesToArray(out);
+        out = putField(out, wire::Request::kSendDataFieldNumber, sendSize);
+        out = send.SerializeWithCachedSizesToArray(out);
+        out = putField(out, wire::SendData::kDataFieldNumber, data.size());
+        std::memcpy(out, data.data(), data.size());
+        return kFrameHeaderSize + length;
+    });
     return frame;
 }
 

@@ -17,12 +17,36 @@ using Commons::ConversionException;
 // UTF-8 is ours (Utf8.h), straight into the target.
 static_assert(sizeof(JSChar) == sizeof(char16_t));
 
+namespace {
+
+// The units of a text on its way into the engine, which copies them: one
+// buffer per thread, kept for the next text (a fresh one for a large text
+// would be new pages to fault in each time), but not kept beyond a bound.
+constexpr std::size_t kKeptUnits = 4u * 1024u * 1024u;
+
+char16_t* unitsFor(std::size_t count, std::unique_ptr<char16_t[]>& oneOff) {
+    thread_local std::unique_ptr<char16_t[]> kept;
+    thread_local std::size_t keptCount = 0;
+    if (count > kKeptUnits) {
+        oneOff.reset(new char16_t[count]);
+        return oneOff.get();
+    }
+    if (count > keptCount) {
+        kept.reset(new char16_t[count]);
+        keptCount = count;
+    }
+    return kept.get();
+}
+
+}  // namespace
+
 JSStringPtr JSUtils::makeJSString(const std::string& text) {
     // Not zero-filled: the codec writes every unit it reports.
-    const std::unique_ptr<char16_t[]> units(new char16_t[std::max<std::size_t>(text.size(), 1)]);
-    const std::size_t length = utf8ToUtf16(text, units.get());
+    std::unique_ptr<char16_t[]> oneOff;
+    char16_t* units = unitsFor(std::max<std::size_t>(text.size(), 1), oneOff);
+    const std::size_t length = utf8ToUtf16(text, units);
     return JSStringPtr(
-        JSStringCreateWithCharacters(reinterpret_cast<const JSChar*>(units.get()), length));
+        JSStringCreateWithCharacters(reinterpret_cast<const JSChar*>(units), length));
 }
 
 std::string JSUtils::toString(JSStringRef string) {

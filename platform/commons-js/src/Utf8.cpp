@@ -213,17 +213,42 @@ char16_t* decodeNext(std::string_view text, std::size_t& at, char16_t* out) {
 
 }  // namespace
 
+// ASCII text, the common case, is narrowed in one pass into a string of
+// its size; other text is measured first. Neither fills the string with
+// zeros before writing it.
 std::string utf16ToUtf8(const char16_t* units, std::size_t length) {
+    std::string text;
+    bool ascii = true;
+    text.resize_and_overwrite(length, [&](char* out, std::size_t) {
+        std::size_t at = 0;
+        for (; at + 16 <= length; at += 16) {
+            if (!narrowAscii16(units + at, out + at)) {
+                ascii = false;
+                return at;
+            }
+        }
+        for (; at < length; ++at) {
+            if (units[at] >= 0x80) {
+                ascii = false;
+                return at;
+            }
+            out[at] = static_cast<char>(units[at]);
+        }
+        return length;
+    });
+    if (ascii) {
+        return text;
+    }
     std::size_t size = 0;
     for (std::size_t at = 0; at < length;) {
         size += measureNext(units, length, at);
     }
-    std::string text;
-    text.resize(size);
-    char* out = text.data();
-    for (std::size_t at = 0; at < length;) {
-        out = encodeNext(units, length, at, out);
-    }
+    text.resize_and_overwrite(size, [&](char* out, std::size_t) {
+        for (std::size_t at = 0; at < length;) {
+            out = encodeNext(units, length, at, out);
+        }
+        return size;
+    });
     return text;
 }
 

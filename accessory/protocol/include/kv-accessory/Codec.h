@@ -85,6 +85,13 @@ private:
 // The frame of `message`. Throws ProtocolError when it would exceed the bound.
 std::string encodeFrame(const google::protobuf::MessageLite& message);
 
+// The frame of `message`, whose request is a send_data without its data,
+// with `data` as that data: what encodeFrame makes of the whole message
+// (the data field written last), with the data copied once, straight into
+// the frame, instead of once into the message and once more into the frame.
+// Throws ProtocolError when it would exceed the bound.
+std::string encodeSendDataFrame(const wire::ClientMessage& message, std::string_view data);
+
 // Parse one payload into a message and check that the parts every receiver
 // relies on are there. Throw ProtocolError naming what is wrong.
 wire::ClientMessage decodeClientMessage(std::string_view payload);
