@@ -63,26 +63,52 @@ void LinkTls::logSecretsTo(std::shared_ptr<KeyLog> keyLog) {
     m_keyLog->attachTo(m_context.native_handle());
 }
 
+namespace {
+
+// What a session's certificate check needs: the pin as it was when the
+// session began, and where to tell what the peer presented.
+struct PeerCheck {
+    std::string pin;
+    std::shared_ptr<std::string> presented;
+};
+
+int peerCheckIndex() {
+    static const int index = SSL_get_ex_new_index(
+        0, nullptr, nullptr, nullptr, [](void*, void* check, CRYPTO_EX_DATA*, int, long, void*) {
+            delete static_cast<PeerCheck*>(check);
+        });
+    return index;
+}
+
+// The certificates are self-signed, so OpenSSL's own chain check fails;
+// what decides is whether the peer's own certificate is the pinned one.
+int checkPeer(int, X509_STORE_CTX* store) {
+    if (X509_STORE_CTX_get_error_depth(store) != 0) {
+        return 1;
+    }
+    SSL* ssl =
+        static_cast<SSL*>(X509_STORE_CTX_get_ex_data(store, SSL_get_ex_data_X509_STORE_CTX_idx()));
+    const PeerCheck* check = static_cast<PeerCheck*>(SSL_get_ex_data(ssl, peerCheckIndex()));
+    try {
+        *check->presented = certificateFingerprint(pemOf(X509_STORE_CTX_get_current_cert(store)));
+    } catch (const std::exception&) {
+        return 0;
+    }
+    return !check->pin.empty() && *check->presented == check->pin ? 1 : 0;
+}
+
+}  // namespace
+
 std::unique_ptr<TlsStream> LinkTls::wrap(asio::ip::tcp::socket socket,
                                          std::shared_ptr<std::string> presented) {
-    auto stream = std::make_unique<TlsStream>(std::move(socket), m_context);
-    const std::string pin = pinnedFingerprint();
-    // The certificates are self-signed, so OpenSSL's own chain check fails;
-    // what decides is whether the peer's own certificate is the pinned one.
-    stream->set_verify_callback([pin, presented](bool, asio::ssl::verify_context& context) {
-        X509_STORE_CTX* store = context.native_handle();
-        if (X509_STORE_CTX_get_error_depth(store) != 0) {
-            return true;
-        }
-        X509* certificate = X509_STORE_CTX_get_current_cert(store);
-        try {
-            *presented = certificateFingerprint(pemOf(certificate));
-        } catch (const std::exception&) {
-            return false;
-        }
-        return !pin.empty() && *presented == pin;
-    });
-    return stream;
+    SSL* ssl = SSL_new(m_context.native_handle());
+    if (ssl == nullptr) {
+        throw std::runtime_error("cannot make a TLS session");
+    }
+    SSL_set_ex_data(ssl, peerCheckIndex(),
+                    new PeerCheck{pinnedFingerprint(), std::move(presented)});
+    SSL_set_verify(ssl, SSL_VERIFY_PEER | SSL_VERIFY_FAIL_IF_NO_PEER_CERT, checkPeer);
+    return std::make_unique<TlsStream>(std::move(socket), ssl);
 }
 
 }  // namespace Accessory

@@ -11,12 +11,13 @@
 #include <memory>
 #include <string>
 
+#include "BulkTlsStream.h"
 #include "KeyLog.h"
 
 namespace Kv {
 namespace Accessory {
 
-using TlsStream = asio::ssl::stream<asio::ip::tcp::socket>;
+using TlsStream = BulkTlsStream;
 
 class LinkTls {
 public:

@@ -14,6 +14,7 @@ namespace {
 constexpr std::chrono::milliseconds kFirstBackoff(100);
 constexpr std::chrono::milliseconds kLongestBackoff(2000);
 constexpr std::size_t kLinkQueueBound = 64u * 1024u * 1024u;
+constexpr int kLinkSendBuffer = 4 * 1024 * 1024;
 // How long a new connection has for its TLS handshake and its hello.
 constexpr std::chrono::seconds kHandshakeDeadline(3);
 // How many new connections may be on their way at once; more are closed.
@@ -237,6 +238,10 @@ void PeerLink::admit(asio::ip::tcp::socket socket) {
     }
     asio::error_code ignored;
     socket.set_option(asio::ip::tcp::no_delay(true), ignored);
+    // Room for a few of the largest frames, so that a frame rarely goes out
+    // in parts, each waiting for the last (the system caps it at its
+    // net.core.wmem_max).
+    socket.set_option(asio::socket_base::send_buffer_size(kLinkSendBuffer), ignored);
     const std::uint64_t id = m_nextCandidate++;
     Candidate& candidate = m_candidates[id];
     candidate.deadline = std::make_shared<asio::steady_timer>(m_io, kHandshakeDeadline);
@@ -266,9 +271,8 @@ void PeerLink::startHandshake(std::uint64_t id, asio::ip::tcp::socket socket) {
         }
     };
     m_candidates[id].abortHandshake = abort;
-    const auto role =
-        m_mode == Mode::Listen ? asio::ssl::stream_base::server : asio::ssl::stream_base::client;
-    stream->async_handshake(role, [this, id, stream, presented](const asio::error_code& error) {
+    stream->async_handshake(m_mode == Mode::Listen, [this, id, stream,
+                                                     presented](const asio::error_code& error) {
         if (m_candidates.count(id) == 0) {
             return;  // dropped meanwhile
         }
