@@ -2,6 +2,7 @@
 
 #include <errno.h>
 #include <fcntl.h>
+#include <kv-accessory/SocketAddress.h>
 #include <poll.h>
 #include <sys/socket.h>
 #include <sys/un.h>
@@ -29,19 +30,14 @@ int millisecondsUntil(DaemonConnection::Deadline deadline) {
 }  // namespace
 
 DaemonConnection::DaemonConnection(const std::string& path) {
-    sockaddr_un address{};
-    address.sun_family = AF_UNIX;
-    if (path.size() >= sizeof(address.sun_path)) {
-        throw std::runtime_error("socket path too long: " + path);
-    }
-    std::memcpy(address.sun_path, path.c_str(), path.size() + 1);
+    const sockaddr_un address = socketAddress(path);
     m_fd = ::socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0);
     if (m_fd < 0) {
         throw failure("socket");
     }
     int result;
     do {
-        result = ::connect(m_fd, reinterpret_cast<sockaddr*>(&address), sizeof(address));
+        result = ::connect(m_fd, reinterpret_cast<const sockaddr*>(&address), sizeof(address));
     } while (result != 0 && errno == EINTR);
     if (result != 0 || ::fcntl(m_fd, F_SETFL, ::fcntl(m_fd, F_GETFL) | O_NONBLOCK) != 0) {
         const std::runtime_error error = failure("cannot reach the service at " + path);

@@ -1,10 +1,10 @@
 #include "ClientServer.h"
 
 #include <Logger.h>
+#include <kv-accessory/SocketAddress.h>
 #include <kv-device/AppRegistry.h>
 #include <sys/socket.h>
 #include <sys/stat.h>
-#include <sys/un.h>
 #include <unistd.h>
 
 #include <cerrno>
@@ -37,9 +37,7 @@ ClientServer::ClientServer(asio::io_context& io, Service& service, std::string p
 ClientServer::~ClientServer() { stop(); }
 
 void ClientServer::start() {
-    if (m_path.size() >= sizeof(sockaddr_un::sun_path)) {
-        throw std::runtime_error("socket path too long: " + m_path);
-    }
+    socketAddress(m_path);  // throws when the path can't be a socket's
     if (served(m_io, m_path)) {
         throw std::runtime_error("another service already listens on " + m_path);
     }
