@@ -28,6 +28,7 @@
 #include <queue>
 #include <set>
 #include <string>
+#include <type_traits>
 #include <utility>
 #include <vector>
 
@@ -185,27 +186,27 @@ private:
 typedef DPL::Singleton<KvProxy> KvProxySingleton;
 
 // The library's notification functions: each logs, forwards to the proxy's
-// handler and never lets an exception out.
-void kvp_OnRegisterServiceAgentConfirm(int result, unsigned int agentId);
-void kvp_OnDataIndication(unsigned int connectionId, unsigned short channelId, unsigned int length,
-                          const char* data);
-void kvp_OnServiceConnectionIndication(unsigned int agentId, unsigned int connectionId,
-                                       const kvp_peer_agent_t* peer);
-void kvp_OnServiceTerminationIndication(unsigned int connectionId, int reason);
-void kvp_OnServiceCreateConfirm(unsigned int agentId, unsigned int connectionId,
-                                const kvp_peer_agent_t* peer, int status);
-void kvp_OnPeerAgent(unsigned int agentId, const kvp_peer_agent_t* peer, int status);
-void kvp_OnSpaceAvailable(unsigned int connectionId, unsigned short channelId);
-void kvp_OnError(unsigned int value, int errorCode);
-void kvp_OnDeregisterServiceAgentConfirm(int result, unsigned int agentId);
-void kvp_OnDeviceStatus(int deviceType, int status);
-void kvp_OnPeerAgentIndication(unsigned int agentId, const kvp_peer_agent_t* peer, int status);
-void kvp_OnAuthenticateIndication(unsigned int agentId, const kvp_peer_agent_t* peer,
-                                  const char* token, int status);
-void kvp_OnSendFile(int transactionId, const char* fileName, unsigned int agentId);
-void kvp_OnSendComplete(int transactionId, const char* path, int status);
-void kvp_OnReceiveComplete(int transactionId, const char* path, int status);
-void kvp_OnFileProgress(int transactionId, int progress);
+// handler and never lets an exception out. Each is declared by the type of
+// its slot in the library's tables, so that its signature is the one the
+// library's header states and is written nowhere else.
+template <typename Slot>
+using NotificationFunction = std::remove_pointer_t<Slot>;
+NotificationFunction<kvp_OnRegisterServiceAgentConfirm_cb> kvp_OnRegisterServiceAgentConfirm;
+NotificationFunction<kvp_OnDataIndication_cb> kvp_OnDataIndication;
+NotificationFunction<kvp_OnServiceConnectionIndication_cb> kvp_OnServiceConnectionIndication;
+NotificationFunction<kvp_OnServiceTerminationIndication_cb> kvp_OnServiceTerminationIndication;
+NotificationFunction<kvp_OnServiceCreateConfirm_cb> kvp_OnServiceCreateConfirm;
+NotificationFunction<kvp_OnPeerAgent_cb> kvp_OnPeerAgent;
+NotificationFunction<kvp_OnSpaceAvailable_cb> kvp_OnSpaceAvailable;
+NotificationFunction<kvp_OnError_cb> kvp_OnError;
+NotificationFunction<kvp_OnDeregisterServiceAgentConfirm_cb> kvp_OnDeregisterServiceAgentConfirm;
+NotificationFunction<kvp_OnDeviceStatus_cb> kvp_OnDeviceStatus;
+NotificationFunction<kvp_OnPeerAgentIndication_cb> kvp_OnPeerAgentIndication;
+NotificationFunction<kvp_OnAuthenticateIndication_cb> kvp_OnAuthenticateIndication;
+NotificationFunction<kvp_OnSendFile_cb> kvp_OnSendFile;
+NotificationFunction<kvp_OnSendComplete_cb> kvp_OnSendComplete;
+NotificationFunction<kvp_OnReceiveComplete_cb> kvp_OnReceiveComplete;
+NotificationFunction<kvp_OnFileProgress_cb> kvp_OnFileProgress;
 
 }  // namespace KVP
 }  // namespace DeviceAPI
