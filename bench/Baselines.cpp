@@ -4,56 +4,48 @@
 // and cp.
 #include "BenchRun.h"
 
-#include <ChildProcess.h>
-#include <kv-accessory/LinkProfiles.h>
-#include <stdlib.h>
 #include <unistd.h>
 
-#include <algorithm>
 #include <chrono>
-#include <cstdio>
-#include <exception>
-#include <filesystem>
 #include <fstream>
-#include <map>
-#include <optional>
-#include <regex>
-#include <sstream>
+#include <memory>
 #include <string>
-#include <thread>
 #include <vector>
 
 namespace KvBench {
 
-namespace fs = std::filesystem;
-
-// Two relays and two endpoints, as app, daemon, daemon, app.
-std::string relayRun(const std::vector<std::string>& nearRole, bool tls) {
-    Scratch scratch;
+RelayPath::RelayPath(bool tls, int index) {
     const std::string relay = KV_BENCH_RELAY;
-    const std::string port = std::to_string(20000 + (::getpid() % 20000));
-    std::vector<std::string> listen{relay,      "relay", "--unix", scratch.path() + "/far.sock",
-                                    "--listen", port};
-    std::vector<std::string> connect{relay,       "relay", "--unix", scratch.path() + "/near.sock",
+    // A port of this run's own: several kv-bench runs and paths at once.
+    const std::string port = std::to_string(20000 + (::getpid() % 2000) * 16 + index);
+    const std::string& work = m_scratch.path();
+    std::vector<std::string> listen{relay, "relay", "--unix", work + "/far.sock", "--listen", port};
+    std::vector<std::string> connect{relay,       "relay", "--unix", work + "/near.sock",
                                      "--connect", port};
     if (tls) {
-        const std::string far = scratch.path() + "/far-device";
-        const std::string near = scratch.path() + "/near-device";
-        for (const std::string& device : {far, near}) {
+        for (const std::string& device : {work + "/far-device", work + "/near-device"}) {
             KvTest::runProcess({KV_ACCESSORY_TOOL_PATH, "create", device, device + "-unused"});
         }
-        listen.insert(listen.end(),
-                      {"--tls", far + "/identity/cert.pem", far + "/identity/key.pem"});
-        connect.insert(connect.end(),
-                       {"--tls", near + "/identity/cert.pem", near + "/identity/key.pem"});
+        listen.insert(listen.end(), {"--tls", work + "/far-device/identity/cert.pem",
+                                     work + "/far-device/identity/key.pem"});
+        connect.insert(connect.end(), {"--tls", work + "/near-device/identity/cert.pem",
+                                       work + "/near-device/identity/key.pem"});
     }
-    KvTest::ChildProcess farRelay(listen);
-    KvTest::ChildProcess nearRelay(connect);
-    KvTest::ChildProcess echo({relay, "echo", "--unix", scratch.path() + "/far.sock"});
-    std::vector<std::string> command{relay};
-    command.insert(command.end(), nearRole.begin(), nearRole.end());
-    command.insert(command.end(), {"--unix", scratch.path() + "/near.sock"});
-    return KvTest::runProcess(command, {}, std::chrono::seconds(300)).out;
+    m_far = std::make_unique<KvTest::ChildProcess>(listen);
+    m_near = std::make_unique<KvTest::ChildProcess>(connect);
+    m_echo = std::make_unique<KvTest::ChildProcess>(
+        std::vector<std::string>{relay, "echo", "--unix", work + "/far.sock"});
+}
+
+std::unique_ptr<KvTest::ChildProcess> RelayPath::start(const std::vector<std::string>& role) const {
+    std::vector<std::string> command{KV_BENCH_RELAY};
+    command.insert(command.end(), role.begin(), role.end());
+    command.insert(command.end(), {"--unix", m_scratch.path() + "/near.sock"});
+    return std::make_unique<KvTest::ChildProcess>(command);
+}
+
+std::string RelayPath::run(const std::vector<std::string>& role) const {
+    return start(role)->finish(std::chrono::seconds(300)).out;
 }
 
 std::string dbusRun(const std::vector<std::string>& clientRole) {
@@ -88,15 +80,22 @@ double copyThroughput(std::uintmax_t size) {
 }
 
 void measureBaselines(const Settings& settings, Figures& figures) {
-    const std::string size = std::to_string(settings.messageSize);
-    const std::string count = std::to_string(settings.messages);
-    const std::string pings = std::to_string(settings.pings);
-    collect(relayRun({"throughput", "--size", size, "--count", count}, false), "relay-", figures);
-    collect(relayRun({"roundtrip", "--size", "64", "--count", pings}, false), "relay-", figures);
-    collect(relayRun({"throughput", "--size", size, "--count", count}, true), "tls-relay-",
-            figures);
-    collect(dbusRun({"throughput", "--size", size, "--count", count}), "dbus-", figures);
-    collect(dbusRun({"roundtrip", "--size", "64", "--count", pings}), "dbus-", figures);
+    const std::vector<std::string> throughput{"throughput", "--size",
+                                              std::to_string(settings.messageSize), "--count",
+                                              std::to_string(settings.messages)};
+    const std::vector<std::string> roundtrip{"roundtrip", "--size", "64", "--count",
+                                             std::to_string(settings.pings)};
+    const std::vector<std::string> rate{"rate", "--size", "64", "--seconds",
+                                        std::to_string(settings.rateSeconds)};
+    for (const bool tls : {false, true}) {
+        const std::string prefix = tls ? "tls-relay-" : "relay-";
+        for (const auto* role : {&throughput, &roundtrip, &rate}) {
+            collect(RelayPath(tls).run(*role), prefix, figures);
+        }
+    }
+    collect(dbusRun(throughput), "dbus-", figures);
+    collect(dbusRun({"roundtrip", "--size", "64", "--count", std::to_string(settings.pings)}),
+            "dbus-", figures);
     record(figures, "cp-throughput", "MB/s", copyThroughput(settings.fileSize));
 }
 

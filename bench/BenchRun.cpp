@@ -1,20 +1,18 @@
+// A run's shared pieces: its scratch folders, its figures, the bench apps,
+// the daemons' figures and one pair of devices running a scenario.
 #include "BenchRun.h"
 
-#include <ChildProcess.h>
-#include <kv-accessory/LinkProfiles.h>
 #include <stdlib.h>
 #include <unistd.h>
 
-#include <algorithm>
 #include <chrono>
 #include <cstdio>
 #include <exception>
 #include <filesystem>
 #include <fstream>
-#include <map>
-#include <optional>
 #include <regex>
 #include <sstream>
+#include <stdexcept>
 #include <string>
 #include <thread>
 #include <vector>
@@ -87,7 +85,6 @@ std::string benchApp(const std::string& work, const std::string& name, const std
     return folder;
 }
 
-// The daemon's heap in use, from its status.
 // A figure of the daemon's status ("heap in use", "agents"), 0 when missing.
 std::size_t daemonStatus(const std::string& device, const std::string& figure) {
     const KvTest::ProcessResult status =
@@ -114,8 +111,7 @@ void waitForAgents(const std::string& device, int count) {
 
 // A field of the daemon's /proc status, in kB ("VmHWM", "VmRSS").
 std::size_t daemonMemory(const std::string& device, const std::string& field) {
-    const std::string pid = KvE2e::readText(device + "/accessoryd.pid");
-    std::ifstream status("/proc/" + pid.substr(0, pid.find('\n')) + "/status");
+    std::ifstream status("/proc/" + std::to_string(daemonPid(device)) + "/status");
     std::string line;
     while (std::getline(status, line)) {
         if (line.rfind(field + ":", 0) == 0) {
@@ -130,42 +126,95 @@ double epochMilliseconds() {
     return duration<double, std::milli>(system_clock::now().time_since_epoch()).count();
 }
 
-// One scenario on a fresh pair: the watch serves `servedAgents` agents, the
-// phone runs `arguments`. Returns what the phone printed.
+BenchPair::BenchPair(const Settings& settings, int servedAgents, const Hooks& hooks)
+    : m_hooks(hooks),
+      m_devices(std::make_unique<DevicePair>(m_scratch.path(), false, hooks.linkProfile)) {
+    const int profiles = std::max(servedAgents, settings.agents);
+    const std::string watchApp = m_devices->install(
+        m_devices->watch(),
+        benchApp(m_scratch.path(), "bench-watch", "provider", profiles, hooks.pages));
+    m_phoneApp = m_devices->install(
+        m_devices->phone(),
+        benchApp(m_scratch.path(), "bench-phone", "consumer", profiles, hooks.pages));
+    if (hooks.traced) {
+        startTracers();
+    }
+    if (hooks.prepare) {
+        hooks.prepare(*m_devices);
+    }
+    m_watch = std::make_unique<AppRun>(
+        m_devices->watch(), watchApp, "watch", m_scratch.path(),
+        std::vector<std::string>{std::to_string(std::max(servedAgents, 1))}, seconds(900));
+    if (!m_watch->waitForOutput("watch: ready", seconds(120))) {
+        throw std::runtime_error("the bench watch did not start:\n" + m_watch->output());
+    }
+    waitForAgents(m_devices->watch(), std::max(servedAgents, 1));
+}
+
+BenchPair::~BenchPair() = default;
+
+// A tracer per service, writing to a file so that it always keeps up: the
+// cost of tracing is measured, not that of a pipe nobody reads.
+void BenchPair::startTracers() {
+    for (const std::string& device : {m_devices->watch(), m_devices->phone()}) {
+        m_tracers.push_back(std::make_unique<KvTest::ChildProcess>(
+            std::vector<std::string>{"/bin/sh", "-c", "exec \"$0\" trace \"$1\" > \"$1.trace\"",
+                                     KV_ACCESSORY_TOOL_PATH, device}));
+    }
+}
+
+void BenchPair::launch(const std::vector<std::string>& arguments) {
+    if (m_hooks.launchedAt) {
+        *m_hooks.launchedAt = epochMilliseconds();
+    }
+    m_phone = std::make_unique<AppRun>(m_devices->phone(), m_phoneApp, "phone", m_scratch.path(),
+                                       arguments, seconds(900));
+    if (m_hooks.during) {
+        m_hooks.during(*m_devices, *m_phone);
+    }
+}
+
+std::string BenchPair::finish() {
+    if (m_phone->finish(seconds(900)) != 0) {
+        throw std::runtime_error("the bench phone failed:\n" + m_phone->output() +
+                                 m_watch->output());
+    }
+    if (m_hooks.after) {
+        m_hooks.after(*m_devices);
+    }
+    return KvE2e::readText(m_scratch.path() + "/phone.out");
+}
+
+double BenchPair::processorMilliseconds() const {
+    return KvBench::processorMilliseconds(daemonPid(m_devices->watch())) +
+           KvBench::processorMilliseconds(daemonPid(m_devices->phone())) +
+           KvBench::processorMilliseconds(m_watch->pid());
+}
+
 std::string scenarioRun(const Settings& settings, int servedAgents,
                         const std::vector<std::string>& arguments, const Hooks& hooks) {
-    Scratch scratch;
-    DevicePair devices(scratch.path(), false, hooks.linkProfile);
-    const int profiles = std::max(servedAgents, settings.agents);
-    const std::string watchApp =
-        devices.install(devices.watch(),
-                        benchApp(scratch.path(), "bench-watch", "provider", profiles, hooks.pages));
-    const std::string phoneApp =
-        devices.install(devices.phone(),
-                        benchApp(scratch.path(), "bench-phone", "consumer", profiles, hooks.pages));
-    if (hooks.prepare) {
-        hooks.prepare(devices);
+    BenchPair pair(settings, servedAgents, hooks);
+    pair.launch(arguments);
+    return pair.finish();
+}
+
+pid_t daemonPid(const std::string& device) {
+    return static_cast<pid_t>(std::stol(KvE2e::readText(device + "/accessoryd.pid")));
+}
+
+// utime and stime of /proc/PID/stat, after the command's closing parenthesis.
+double processorMilliseconds(pid_t pid) {
+    std::ifstream stat("/proc/" + std::to_string(pid) + "/stat");
+    std::string text((std::istreambuf_iterator<char>(stat)), std::istreambuf_iterator<char>());
+    std::istringstream fields(text.substr(text.rfind(')') + 2));
+    std::string field;
+    unsigned long long ticks = 0;
+    for (int index = 3; fields >> field && index <= 15; ++index) {
+        if (index >= 14) {
+            ticks += std::stoull(field);
+        }
     }
-    AppRun watch(devices.watch(), watchApp, "watch", scratch.path(),
-                 {std::to_string(std::max(servedAgents, 1))}, seconds(900));
-    if (!watch.waitForOutput("watch: ready", seconds(120))) {
-        throw std::runtime_error("the bench watch did not start:\n" + watch.output());
-    }
-    waitForAgents(devices.watch(), std::max(servedAgents, 1));
-    if (hooks.launchedAt) {
-        *hooks.launchedAt = epochMilliseconds();
-    }
-    AppRun phone(devices.phone(), phoneApp, "phone", scratch.path(), arguments, seconds(900));
-    if (hooks.during) {
-        hooks.during(devices, phone);
-    }
-    if (phone.finish(seconds(900)) != 0) {
-        throw std::runtime_error("the bench phone failed:\n" + phone.output() + watch.output());
-    }
-    if (hooks.after) {
-        hooks.after(devices);
-    }
-    return KvE2e::readText(scratch.path() + "/phone.out");
+    return static_cast<double>(ticks) * 1000.0 / static_cast<double>(::sysconf(_SC_CLK_TCK));
 }
 
 void writeFile(const std::string& path, std::uintmax_t size) {

@@ -5,11 +5,14 @@
 #ifndef KV_BENCH_BENCH_RUN_H
 #define KV_BENCH_BENCH_RUN_H
 
+#include <ChildProcess.h>
 #include <TwoDevices.h>
 
+#include <algorithm>
 #include <cstdint>
 #include <functional>
 #include <map>
+#include <memory>
 #include <string>
 #include <vector>
 
@@ -25,15 +28,21 @@ struct Settings {
     int runs = 5;
     std::string output = std::string(KV_BENCH_RESULTS) + "/latest.json";
     std::size_t messageSize = 1u << 20;
-    std::size_t messages = 64;
+    std::size_t messages = 256;
     std::size_t pings = 2000;
     double rateSeconds = 2.0;
     std::uintmax_t fileSize = 1ull << 30;
     int agents = 1000;
     int cycles = 500;
-    std::string only;  // one scenario alone, without the baselines (for profiling)
+    int pairs = 10;           // pairs of devices at once
+    double idleSeconds = 10;  // how long idle pairs are watched
+    // The scenarios to run, separated by commas ("baselines" among them);
+    // every one when empty.
+    std::string only;
 
-    bool wants(const std::string& scenario) const { return only.empty() || only == scenario; }
+    bool wants(const std::string& scenario) const {
+        return only.empty() || ("," + only + ",").find("," + scenario + ",") != std::string::npos;
+    }
 };
 
 // The values one figure took over the runs.
@@ -86,6 +95,10 @@ std::size_t daemonMemory(const std::string& device, const std::string& field);
 double epochMilliseconds();
 void writeFile(const std::string& path, std::uintmax_t size);
 
+// The processor time a process has used so far, in milliseconds.
+double processorMilliseconds(pid_t pid);
+pid_t daemonPid(const std::string& device);
+
 // What a scenario may do besides running the phone app.
 struct Hooks {
     std::string linkProfile;                                 // the pair's link; unshaped if empty
@@ -97,14 +110,63 @@ struct Hooks {
     std::function<void(const DevicePair&)> after;            // once the phone is done
 };
 
+// A fresh pair of devices whose watch serves `servedAgents` agents (and,
+// when the hooks say so, a tracer follows each service), ready for the phone
+// to run a scenario; several may run at once.
+class BenchPair {
+public:
+    BenchPair(const Settings& settings, int servedAgents, const Hooks& hooks = {});
+    ~BenchPair();
+    BenchPair(const BenchPair&) = delete;
+    BenchPair& operator=(const BenchPair&) = delete;
+
+    // Starts the phone on `arguments`.
+    void launch(const std::vector<std::string>& arguments);
+    // Waits for the phone's end; what it printed. Throws when it failed.
+    std::string finish();
+    const DevicePair& devices() const { return *m_devices; }
+    // The processor time the pair's services and watch app have used.
+    double processorMilliseconds() const;
+
+private:
+    void startTracers();
+
+    Hooks m_hooks;
+    Scratch m_scratch;
+    std::unique_ptr<DevicePair> m_devices;
+    std::string m_phoneApp;
+    std::unique_ptr<AppRun> m_watch;
+    std::unique_ptr<AppRun> m_phone;
+    std::vector<std::unique_ptr<KvTest::ChildProcess>> m_tracers;
+};
+
 // One scenario on a fresh pair: the watch serves `servedAgents` agents, the
 // phone runs `arguments`. Returns what the phone printed.
 std::string scenarioRun(const Settings& settings, int servedAgents,
                         const std::vector<std::string>& arguments, const Hooks& hooks = {});
 
+// The raw relay of the accessory path's topology (app, daemon, daemon,
+// app) with nothing but framing, plain or over TLS 1.3; the `index`th of
+// those running at once.
+class RelayPath {
+public:
+    RelayPath(bool tls, int index = 0);
+    // Runs the near app's `role` (its arguments) to its end; its output.
+    std::string run(const std::vector<std::string>& role) const;
+    // Starts the near app's `role`; several paths may run at once.
+    std::unique_ptr<KvTest::ChildProcess> start(const std::vector<std::string>& role) const;
+
+private:
+    Scratch m_scratch;
+    std::unique_ptr<KvTest::ChildProcess> m_far;
+    std::unique_ptr<KvTest::ChildProcess> m_near;
+    std::unique_ptr<KvTest::ChildProcess> m_echo;
+};
+
 // The parts of a run.
 void measureBaselines(const Settings& settings, Figures& figures);
 void measureScenarios(const Settings& settings, Figures& figures);
+void measureManyPairs(const Settings& settings, Figures& figures);
 void measurePages(const Settings& settings, Figures& figures);
 void printTable(const Figures& figures);
 void writeJson(const Figures& figures, const Settings& settings);

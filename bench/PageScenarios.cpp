@@ -3,21 +3,10 @@
 #include "BenchRun.h"
 #include "ProcessFootprint.h"
 
-#include <ChildProcess.h>
-#include <kv-accessory/LinkProfiles.h>
-#include <stdlib.h>
-#include <unistd.h>
+#include <sys/types.h>
 
-#include <algorithm>
 #include <chrono>
-#include <cstdio>
-#include <exception>
-#include <filesystem>
-#include <fstream>
-#include <map>
-#include <optional>
 #include <regex>
-#include <sstream>
 #include <string>
 #include <thread>
 #include <vector>

@@ -2,35 +2,37 @@
 // target) and its JSON.
 #include "BenchRun.h"
 
-#include <ChildProcess.h>
 #include <kv-accessory/LinkProfiles.h>
-#include <stdlib.h>
-#include <unistd.h>
 
-#include <algorithm>
-#include <chrono>
 #include <cstdio>
-#include <exception>
 #include <filesystem>
 #include <fstream>
-#include <map>
-#include <optional>
-#include <regex>
 #include <sstream>
 #include <string>
-#include <thread>
 #include <vector>
 
 namespace KvBench {
 
 namespace fs = std::filesystem;
 
-// A figure of the path, the baseline it is compared with, and whether more
-// is better.
+// A figure of the path, the baseline it is compared with, whether more is
+// better, and the ratio to the baseline it should reach (none when 0): at
+// least that much when more is better, at most otherwise.
 struct Comparison {
     std::string figure;
     std::string baseline;
     bool moreIsBetter;
+    double target = 0;
+
+    std::string targetText() const {
+        if (target == 0) {
+            return "";
+        }
+        std::ostringstream text;
+        text << (moreIsBetter ? ">= " : "<= ") << target;
+        return text.str();
+    }
+    bool met(double ratio) const { return moreIsBetter ? ratio >= target : ratio <= target; }
 };
 
 // Each shaped link profile against what it configures.
@@ -49,17 +51,28 @@ std::vector<Comparison> linkComparisons() {
 const std::vector<Comparison>& comparisons() {
     static const std::vector<Comparison> table = [] {
         std::vector<Comparison> rows = {
+            {"sendData-ascii-plain-throughput", "tls-relay-throughput", true, 0.6},
+            {"sendData-ascii-secure-throughput", "tls-relay-throughput", true, 0.6},
+            {"sendData-utf8-plain-throughput", "tls-relay-throughput", true, 0.6},
+            {"sendData-utf8-secure-throughput", "tls-relay-throughput", true, 0.6},
             {"sendData-ascii-plain-throughput", "relay-throughput", true},
             {"sendData-ascii-plain-throughput", "dbus-throughput", true},
-            {"sendData-utf8-plain-throughput", "relay-throughput", true},
-            {"sendData-ascii-secure-throughput", "tls-relay-throughput", true},
-            {"sendData-utf8-secure-throughput", "tls-relay-throughput", true},
-            {"roundtrip-median", "relay-roundtrip-median", false},
-            {"roundtrip-median", "dbus-roundtrip-median", false},
-            {"roundtrip-p99", "relay-roundtrip-p99", false},
-            {"message-rate", "", true},
-            {"file", "relay-throughput", true},
+            {"file", "tls-relay-throughput", true, 0.8},
             {"file", "cp-throughput", true},
+            {"roundtrip-median", "relay-roundtrip-median", false, 2},
+            {"roundtrip-p99", "relay-roundtrip-p99", false, 3},
+            {"roundtrip-p999", "relay-roundtrip-p999", false},
+            {"roundtrip-median", "tls-relay-roundtrip-median", false},
+            {"roundtrip-median", "dbus-roundtrip-median", false},
+            {"message-rate", "relay-message-rate", true},
+            {"message-rate", "tls-relay-message-rate", true},
+            {"traced-sendData-ascii-plain-throughput", "sendData-ascii-plain-throughput", true},
+            {"traced-roundtrip-median", "roundtrip-median", false},
+            {"traced-roundtrip-p99", "roundtrip-p99", false},
+            {"pairs-together-throughput-total", "relays-together-throughput-total", true},
+            {"pairs-together-roundtrip-median", "relays-together-roundtrip-median", false},
+            {"pairs-together-roundtrip-p99", "relays-together-roundtrip-p99", false},
+            {"idle-pair-processor", "", false},
             {"file-daemon-memory-growth", "", false},
             {"connect-all", "", false},
             {"memory-per-connection", "", false},
@@ -93,8 +106,9 @@ std::string fixed(double value) {
 }
 
 void printTable(const Figures& figures) {
-    std::printf("| figure | median | min | max | unit | baseline | baseline median | ratio |\n");
-    std::printf("|---|---|---|---|---|---|---|---|\n");
+    std::printf(
+        "| figure | median | min | max | unit | baseline | baseline median | ratio | target |\n");
+    std::printf("|---|---|---|---|---|---|---|---|---|\n");
     for (const Comparison& row : comparisons()) {
         const auto figure = figures.find(row.figure);
         if (figure == figures.end()) {
@@ -104,16 +118,21 @@ void printTable(const Figures& figures) {
         std::string baseline = "";
         std::string baselineMedian = "";
         std::string ratio = "";
+        std::string target = "";
         const auto base = figures.find(row.baseline);
         if (base != figures.end() && base->second.median() > 0) {
             baseline = row.baseline;
             baselineMedian = fixed(base->second.median()) + " " + base->second.unit;
-            ratio = fixed(own.median() / base->second.median());
+            const double value = own.median() / base->second.median();
+            ratio = fixed(value);
+            if (row.target != 0) {
+                target = row.targetText() + (row.met(value) ? " met" : " missed");
+            }
         }
-        std::printf("| %s | %s | %s | %s | %s | %s | %s | %s |\n", row.figure.c_str(),
+        std::printf("| %s | %s | %s | %s | %s | %s | %s | %s | %s |\n", row.figure.c_str(),
                     fixed(own.median()).c_str(), fixed(own.minimum()).c_str(),
                     fixed(own.maximum()).c_str(), own.unit.c_str(), baseline.c_str(),
-                    baselineMedian.c_str(), ratio.c_str());
+                    baselineMedian.c_str(), ratio.c_str(), target.c_str());
     }
 }
 

@@ -2,23 +2,11 @@
 // the other on two emulated devices.
 #include "BenchRun.h"
 
-#include <ChildProcess.h>
 #include <kv-accessory/LinkProfiles.h>
-#include <stdlib.h>
-#include <unistd.h>
 
 #include <algorithm>
 #include <chrono>
-#include <cstdio>
-#include <exception>
-#include <filesystem>
-#include <fstream>
-#include <map>
-#include <optional>
-#include <regex>
-#include <sstream>
 #include <string>
-#include <thread>
 #include <vector>
 
 namespace KvBench {
@@ -105,6 +93,8 @@ void measureLinkProfiles(const Settings& settings, Figures& figures) {
 void measureScenarios(const Settings& settings, Figures& figures) {
     const std::string size = std::to_string(settings.messageSize);
     const std::string count = std::to_string(settings.messages);
+    Hooks traced;
+    traced.traced = true;
     if (settings.wants("throughput")) {
         for (const char* kind : {"ascii", "utf8"}) {
             for (const char* mode : {"plain", "secure"}) {
@@ -112,10 +102,13 @@ void measureScenarios(const Settings& settings, Figures& figures) {
                         std::string("sendData-") + kind + "-" + mode + "-", figures);
             }
         }
+        collect(scenarioRun(settings, 1, {"throughput", size, count, "ascii", "plain"}, traced),
+                "traced-sendData-ascii-plain-", figures);
     }
     if (settings.wants("roundtrip")) {
-        collect(scenarioRun(settings, 1, {"roundtrip", std::to_string(settings.pings)}), "",
-                figures);
+        const std::string pings = std::to_string(settings.pings);
+        collect(scenarioRun(settings, 1, {"roundtrip", pings}), "", figures);
+        collect(scenarioRun(settings, 1, {"roundtrip", pings}, traced), "traced-", figures);
     }
     if (settings.wants("rate")) {
         collect(scenarioRun(settings, 1, {"rate", std::to_string(settings.rateSeconds)}), "",
@@ -138,6 +131,9 @@ void measureScenarios(const Settings& settings, Figures& figures) {
     }
     if (settings.wants("pages")) {
         measurePages(settings, figures);
+    }
+    if (settings.wants("pairs")) {
+        measureManyPairs(settings, figures);
     }
     if (settings.wants("discovery")) {
         collect(
