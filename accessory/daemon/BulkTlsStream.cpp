@@ -42,6 +42,7 @@ struct BulkTlsStream::State : std::enable_shared_from_this<State> {
     void flush();
     void finishRead(const asio::error_code& error, std::size_t size);
     void finishWrite(const asio::error_code& error);
+    void abort();
     void post(Completion handler, const asio::error_code& error, std::size_t size);
 
     asio::ip::tcp::socket socket;
@@ -223,6 +224,27 @@ void BulkTlsStream::State::finishWrite(const asio::error_code& error) {
     if (writeHandler) {
         post(std::move(writeHandler), error, error ? 0 : writeSize);
     }
+}
+
+void BulkTlsStream::State::abort() {
+    const asio::error_code aborted = asio::error::operation_aborted;
+    finishRead(aborted, 0);
+    finishWrite(aborted);
+    if (handshakeHandler) {
+        auto handler = std::move(handshakeHandler);
+        handshakeHandler = nullptr;
+        asio::post(socket.get_executor(), [handler, aborted] { handler(aborted); });
+    }
+}
+
+void BulkTlsStream::cancel(asio::error_code& error) {
+    m_state->socket.cancel(error);
+    m_state->abort();
+}
+
+void BulkTlsStream::close(asio::error_code& error) {
+    m_state->socket.close(error);
+    m_state->abort();
 }
 
 BulkTlsStream::BulkTlsStream(asio::ip::tcp::socket socket, SSL* ssl)

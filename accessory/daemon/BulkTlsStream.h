@@ -75,6 +75,14 @@ public:
 
     void async_handshake(bool server, std::function<void(const asio::error_code&)> handler);
 
+    // Cancel or close the socket. As with Asio's own streams, the handlers
+    // of the operations under way are then called with operation_aborted:
+    // they leave the stream for the executor's queue at once, so a handler
+    // that owns whatever owns the stream does not keep both alive when the
+    // queue is dropped without running.
+    void cancel(asio::error_code& error);
+    void close(asio::error_code& error);
+
     template <typename Buffers, typename Token>
     void async_read_some(const Buffers& buffers, Token&& token) {
         const asio::mutable_buffer first = *asio::buffer_sequence_begin(buffers);

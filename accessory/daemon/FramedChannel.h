@@ -155,9 +155,9 @@ public:
         // and silent until the channel goes, so that the other end finds the
         // silence itself, as it would over a link that went quiet.
         if (m_stalled) {
-            m_socket.lowest_layer().cancel(ignored);
+            m_socket.cancel(ignored);
         } else {
-            m_socket.lowest_layer().close(ignored);
+            m_socket.close(ignored);
         }
         m_shapeTimer.cancel();
         CloseHandler onClose = std::move(m_onClose);

@@ -267,7 +267,7 @@ void PeerLink::startHandshake(std::uint64_t id, asio::ip::tcp::socket socket) {
     auto abort = [watched] {
         if (auto open = watched.lock()) {
             asio::error_code ignored;
-            open->lowest_layer().close(ignored);
+            open->close(ignored);
         }
     };
     m_candidates[id].abortHandshake = abort;
