@@ -4,12 +4,11 @@
 #include "KvClientCall.h"
 #include "KvIdleCallback.h"
 #include "KvProxy.h"
-
-#include <cstring>
 #include "KvSocket.h"
 
 #include <Logger.h>
 
+#include <cstring>
 #include <memory>
 #include <string>
 

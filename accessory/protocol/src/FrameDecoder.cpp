@@ -87,23 +87,34 @@ std::optional<std::string_view> FrameDecoder::next() {
     return payload;
 }
 
-std::string encodeFrame(const google::protobuf::MessageLite& message) {
-    const std::size_t length = message.ByteSizeLong();
+namespace {
+
+// A frame of a payload of `length` bytes, its header written and its payload
+// written by `writePayload(out)`, in place, without zero-filling the frame
+// first. (The operation returns the size itself: GCC 12 hands it the
+// capacity, not the size.) Throws ProtocolError when it would exceed the
+// bound.
+template <typename WritePayload>
+std::string makeFrame(std::size_t length, const WritePayload& writePayload) {
     if (length > kMaxFrameSize) {
         throw ProtocolError("message of " + std::to_string(length) + " bytes exceeds the bound");
     }
-    // Written in place, without zero-filling the frame first. (The operation
-    // returns the size itself: GCC 12 hands it the capacity, not the size.)
     std::string frame;
     frame.resize_and_overwrite(kFrameHeaderSize + length, [&](char* out, std::size_t) {
         for (std::size_t i = 0; i < kFrameHeaderSize; ++i) {
             out[i] = static_cast<char>((length >> (8 * (kFrameHeaderSize - 1 - i))) & 0xff);
         }
-        message.SerializeWithCachedSizesToArray(reinterpret_cast<std::uint8_t*>(out) +
-                                                kFrameHeaderSize);
+        writePayload(reinterpret_cast<std::uint8_t*>(out) + kFrameHeaderSize);
         return kFrameHeaderSize + length;
     });
     return frame;
+}
+
+}  // namespace
+
+std::string encodeFrame(const google::protobuf::MessageLite& message) {
+    return makeFrame(message.ByteSizeLong(),
+                     [&](std::uint8_t* out) { message.SerializeWithCachedSizesToArray(out); });
 }
 
 namespace {
@@ -140,25 +151,14 @@ std::string encodeSendDataFrame(const wire::ClientMessage& message, std::string_
     outer.clear_send_data();
     const std::size_t sendSize = send.ByteSizeLong() + fieldSize(data.size());
     const std::size_t requestSize = outer.ByteSizeLong() + fieldSize(sendSize);
-    const std::size_t length = fieldSize(requestSize);
-    if (length > kMaxFrameSize) {
-        throw ProtocolError("message of " + std::to_string(length) + " bytes exceeds the bound");
-    }
-    std::string frame;
-    frame.resize_and_overwrite(kFrameHeaderSize + length, [&](char* bytes, std::size_t) {
-        for (std::size_t i = 0; i < kFrameHeaderSize; ++i) {
-            bytes[i] = static_cast<char>((length >> (8 * (kFrameHeaderSize - 1 - i))) & 0xff);
-        }
-        auto* out = reinterpret_cast<std::uint8_t*>(bytes) + kFrameHeaderSize;
+    return makeFrame(fieldSize(requestSize), [&](std::uint8_t* out) {
         out = putField(out, wire::ClientMessage::kRequestFieldNumber, requestSize);
         out = outer.SerializeWithCachedSizesToArray(out);
         out = putField(out, wire::Request::kSendDataFieldNumber, sendSize);
         out = send.SerializeWithCachedSizesToArray(out);
         out = putField(out, wire::SendData::kDataFieldNumber, data.size());
         std::memcpy(out, data.data(), data.size());
-        return kFrameHeaderSize + length;
     });
-    return frame;
 }
 
 }  // namespace Accessory
