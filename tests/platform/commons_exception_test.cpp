@@ -40,6 +40,16 @@ TEST(CommonsExceptionTest, ThrowMsgStreamsTheMessageAndRecordsThePlace) {
     }
 }
 
+TEST(CommonsExceptionTest, AnExceptionThrownInALambdaRecordsTheFunctionAroundIt) {
+    const auto fail = [] { ThrowMsg(NotFoundException, "gone"); };
+    try {
+        fail();
+        FAIL() << "nothing thrown";
+    } catch (const Exception& exception) {
+        EXPECT_EQ(exception.GetFunction(), "TestBody");
+    }
+}
+
 TEST(CommonsExceptionTest, ThrowWithoutMessageHasAnEmptyMessage) {
     EXPECT_THROW(Throw(NullPointerException), NullPointerException);
     try {

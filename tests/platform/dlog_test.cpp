@@ -73,6 +73,49 @@ TEST(DlogTest, PrintfMacroWritesTheSamePrefix) {
               "dlog_test.cpp: TestBody(" + std::to_string(line) + ") > failed with -2");
 }
 
+TEST(DlogTest, ALineWrittenInALambdaNamesTheFunctionAroundIt) {
+    DlogCapture capture;
+    const int line = __LINE__ + 1;
+    const auto write = [] { LoggerW("from a lambda"); };
+    write();
+    const auto lines = capture.lines();
+    ASSERT_EQ(lines.size(), 1u);
+    EXPECT_EQ(lines[0].message,
+              "dlog_test.cpp: TestBody(" + std::to_string(line) + ") > from a lambda");
+}
+
+// The name is read from the pretty signatures that GCC and Clang write.
+TEST(FunctionNameTest, IsTheLastWordBeforeTheFirstParameterList) {
+    using Kv::Log::functionName;
+    EXPECT_EQ(functionName("int run(const DaemonOptions&)"), "run");
+    EXPECT_EQ(functionName("void Kv::Accessory::PeerLink::stall(std::chrono::milliseconds)"),
+              "stall");
+    EXPECT_EQ(functionName("Kv::Accessory::PeerLink::PeerLink(asio::io_context&)"), "PeerLink");
+    EXPECT_EQ(functionName("Kv::Accessory::PeerLink::~PeerLink()"), "~PeerLink");
+    EXPECT_EQ(functionName("std::function<void()> {anonymous}::makeHandler(int)"), "makeHandler");
+    EXPECT_EQ(functionName("JSValueRef KVP::{anonymous}::setListener(JSContextRef) [with Event = "
+                           "KVP::Event; JSValueRef = const OpaqueJSValue*]"),
+              "setListener");
+}
+
+TEST(FunctionNameTest, InALambdaIsTheEnclosingFunction) {
+    using Kv::Log::functionName;
+    // GCC
+    EXPECT_EQ(functionName("KVP::JSKvPeerAgent::equals(JSContextRef, JSObjectRef)::<lambda()>"),
+              "equals");
+    EXPECT_EQ(functionName("{anonymous}::writeFromThreads(int, int)::<lambda()>::<lambda(int)>"),
+              "writeFromThreads");
+    // Clang
+    EXPECT_EQ(functionName("auto KVP::JSKvPeerAgent::equals(JSContextRef)::(anonymous "
+                           "class)::operator()() const"),
+              "equals");
+}
+
+TEST(FunctionNameTest, WithoutAParameterListIsTheWholeText) {
+    EXPECT_EQ(Kv::Log::functionName("top level"), "top level");
+    EXPECT_EQ(Kv::Log::functionName(""), "");
+}
+
 TEST(DlogTest, MacrosLogAtInformationWarningAndErrorLevels) {
     DlogCapture capture;
     LoggerI("information");
@@ -168,7 +211,7 @@ TEST(DlogTest, LinesFromManyThreadsStayWhole) {
     ASSERT_EQ(result.exitCode, 0);
     std::istringstream content(readFile(path));
     const std::regex whole(
-        R"(.* I/WRT_PLUGINS/TIZEN\( *\d+\): dlog_writer\.cpp: operator\(\)\(\d+\) > thread \d line \d+ x{200})");
+        R"(.* I/WRT_PLUGINS/TIZEN\( *\d+\): dlog_writer\.cpp: writeFromThreads\(\d+\) > thread \d line \d+ x{200})");
     std::string line;
     int lines = 0;
     while (std::getline(content, line)) {

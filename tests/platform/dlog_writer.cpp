@@ -24,6 +24,7 @@ void writeLevels() {
 
 void writeFromThreads(int threads, int lines) {
     std::vector<std::thread> writers;
+    writers.reserve(threads);
     for (int t = 0; t < threads; ++t) {
         writers.emplace_back([t, lines] {
             for (int i = 0; i < lines; ++i) {

@@ -5,9 +5,9 @@
 namespace WrtDeviceApis {
 namespace Commons {
 
-Exception::Exception(const char* file, const char* function, int line, std::string message)
+Exception::Exception(const char* file, std::string_view function, int line, std::string message)
     : m_file(file != nullptr ? file : ""),
-      m_function(function != nullptr ? function : ""),
+      m_function(function),
       m_line(line),
       m_message(std::move(message)) {}
 

@@ -5,6 +5,7 @@
 #ifndef KV_PLATFORM_LOGGER_H
 #define KV_PLATFORM_LOGGER_H
 
+#include <FunctionName.h>
 #include <dlog.h>
 
 #include <sstream>
@@ -14,16 +15,17 @@
 #define LOG_TAG "WRT_PLUGINS/TIZEN"
 #endif
 
-#define KV_LOG_PREFIX "%s: %s(%d) > "
+#define KV_LOG_PREFIX "%s: %.*s(%d) > "
 
 // A line that the level filter drops costs one comparison: its arguments are
 // not evaluated and nothing is formatted.
-#define KV_LOG_PRINTF(prio, fmt, ...)                                                            \
-    do {                                                                                         \
-        if (dlog_is_enabled(prio)) {                                                             \
-            __dlog_print(LOG_ID_MAIN, prio, LOG_TAG, KV_LOG_PREFIX fmt, __FILE_NAME__, __func__, \
-                         __LINE__ __VA_OPT__(, ) __VA_ARGS__);                                   \
-        }                                                                                        \
+#define KV_LOG_PRINTF(prio, fmt, ...)                                                        \
+    do {                                                                                     \
+        if (dlog_is_enabled(prio)) {                                                         \
+            __dlog_print(LOG_ID_MAIN, prio, LOG_TAG, KV_LOG_PREFIX fmt, __FILE_NAME__,       \
+                         static_cast<int>(KV_FUNCTION_NAME.size()), KV_FUNCTION_NAME.data(), \
+                         __LINE__ __VA_OPT__(, ) __VA_ARGS__);                               \
+        }                                                                                    \
     } while (0)
 
 #define LOGD(fmt, ...) KV_LOG_PRINTF(DLOG_DEBUG, fmt __VA_OPT__(, ) __VA_ARGS__)

@@ -7,6 +7,9 @@
 #include <exception>
 #include <sstream>
 #include <string>
+#include <string_view>
+
+#include <FunctionName.h>
 
 namespace WrtDeviceApis {
 namespace Commons {
@@ -30,7 +33,7 @@ public:
 
 class Exception : public std::exception {
 public:
-    Exception(const char* file, const char* function, int line, std::string message = {});
+    Exception(const char* file, std::string_view function, int line, std::string message = {});
 
     const std::string& GetMessage() const { return m_message; }
     const std::string& GetFile() const { return m_file; }
@@ -69,13 +72,13 @@ KV_COMMONS_DECLARE_EXCEPTION(NotFoundException);
 }  // namespace WrtDeviceApis
 
 // Throws `ExceptionClass` with a message built by streaming `message`.
-#define ThrowMsg(ExceptionClass, message)                                              \
-    do {                                                                               \
-        std::ostringstream kvThrowStream_;                                             \
-        kvThrowStream_ << message;                                                     \
-        throw ExceptionClass(__FILE_NAME__, __func__, __LINE__, kvThrowStream_.str()); \
+#define ThrowMsg(ExceptionClass, message)                                                      \
+    do {                                                                                       \
+        std::ostringstream kvThrowStream_;                                                     \
+        kvThrowStream_ << message;                                                             \
+        throw ExceptionClass(__FILE_NAME__, KV_FUNCTION_NAME, __LINE__, kvThrowStream_.str()); \
     } while (0)
 
-#define Throw(ExceptionClass) throw ExceptionClass(__FILE_NAME__, __func__, __LINE__)
+#define Throw(ExceptionClass) throw ExceptionClass(__FILE_NAME__, KV_FUNCTION_NAME, __LINE__)
 
 #endif

@@ -3,18 +3,22 @@
 #ifndef KV_PLATFORM_DPL_ASSERT_H
 #define KV_PLATFORM_DPL_ASSERT_H
 
+#include <FunctionName.h>
+
+#include <string_view>
+
 namespace DPL {
 
 [[noreturn]] void AssertProc(const char* condition, const char* file, int line,
-                             const char* function);
+                             std::string_view function);
 
 }  // namespace DPL
 
-#define AssertMsg(condition, message)                                      \
-    do {                                                                   \
-        if (!(condition)) {                                                \
-            ::DPL::AssertProc(message, __FILE_NAME__, __LINE__, __func__); \
-        }                                                                  \
+#define AssertMsg(condition, message)                                              \
+    do {                                                                           \
+        if (!(condition)) {                                                        \
+            ::DPL::AssertProc(message, __FILE_NAME__, __LINE__, KV_FUNCTION_NAME); \
+        }                                                                          \
     } while (0)
 
 #define Assert(condition) AssertMsg(condition, #condition)
