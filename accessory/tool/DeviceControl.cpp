@@ -1,6 +1,7 @@
 #include <kv-accessory/DeviceControl.h>
 
 #include <fcntl.h>
+#include <kv-cli/ExecArguments.h>
 #include <kv-device/Device.h>
 #include <kv-device/FileUtil.h>
 #include <kv-device/Process.h>
@@ -49,11 +50,7 @@ std::string execDaemon(const std::string& device, const std::vector<std::string>
     const std::string program = daemonProgram();
     std::vector<std::string> all{program, "--device", device};
     all.insert(all.end(), arguments.begin(), arguments.end());
-    std::vector<char*> argv;
-    for (std::string& argument : all) {
-        argv.push_back(argument.data());
-    }
-    argv.push_back(nullptr);
+    std::vector<char*> argv = Kv::Cli::execArguments(all);
     ::execvp(argv[0], argv.data());
     return "cannot run " + program + ": " + std::strerror(errno);
 }
@@ -171,9 +168,11 @@ void startDaemon(const std::string& device, const std::vector<std::string>& give
         int status = 0;
         if (::waitpid(child, &status, WNOHANG) == child) {
             const std::string reason = startFailure(device, logStart);
-            throw std::runtime_error("the service of " + device + " failed" +
-                                     (reason.empty() ? "" : ": " + reason) + " (see " + device +
-                                     "/accessoryd.log)");
+            std::string message = "the service of " + device + " failed";
+            if (!reason.empty()) {
+                message += ": " + reason;
+            }
+            throw std::runtime_error(message + " (see " + device + "/accessoryd.log)");
         }
         if (daemonPid(device)) {
             rememberArguments(device, arguments);

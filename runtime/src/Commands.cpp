@@ -4,6 +4,7 @@
 #include <kv-runtime/PluginLoader.h>
 #include <kv-runtime/WidgetId.h>
 
+#include <kv-cli/ExecArguments.h>
 #include <kv-device/AppRegistry.h>
 #include <kv-device/Device.h>
 #include <kv-layout/Layout.h>
@@ -101,11 +102,7 @@ int runPageHost(const CommandLine& line) {
     words.insert(words.end(), options.begin(), options.end());
     words.emplace_back("--");
     words.insert(words.end(), line.appArguments.begin(), line.appArguments.end());
-    std::vector<char*> argv;
-    for (std::string& word : words) {
-        argv.push_back(word.data());
-    }
-    argv.push_back(nullptr);
+    std::vector<char*> argv = Kv::Cli::execArguments(words);
     const std::string program = pageHostProgram();
     std::fflush(stdout);
     execv(program.c_str(), argv.data());

@@ -1,6 +1,7 @@
 #include "ChildProcess.h"
 
 #include <fcntl.h>
+#include <kv-cli/ExecArguments.h>
 #include <poll.h>
 #include <signal.h>
 #include <sys/wait.h>
@@ -31,19 +32,11 @@ std::vector<std::string> mergedEnvironment(const std::map<std::string, std::stri
         merged[name] = value;
     }
     std::vector<std::string> result;
+    result.reserve(merged.size());
     for (const auto& [name, value] : merged) {
         result.push_back(name + "=" + value);
     }
     return result;
-}
-
-std::vector<char*> pointersTo(std::vector<std::string>& strings) {
-    std::vector<char*> pointers;
-    for (std::string& text : strings) {
-        pointers.push_back(text.data());
-    }
-    pointers.push_back(nullptr);
-    return pointers;
 }
 
 // Reads what one pipe has; returns false and closes it at its end.
@@ -73,8 +66,8 @@ ChildProcess::ChildProcess(const std::vector<std::string>& arguments,
     }
     std::vector<std::string> argumentCopy = arguments;
     std::vector<std::string> environmentCopy = mergedEnvironment(environment);
-    std::vector<char*> argv = pointersTo(argumentCopy);
-    std::vector<char*> envp = pointersTo(environmentCopy);
+    std::vector<char*> argv = Kv::Cli::execArguments(argumentCopy);
+    std::vector<char*> envp = Kv::Cli::execArguments(environmentCopy);
     m_pid = fork();
     if (m_pid == 0) {
         dup2(out[1], STDOUT_FILENO);

@@ -2,6 +2,7 @@
 
 #include <ChildProcess.h>
 #include <fcntl.h>
+#include <kv-cli/ExecArguments.h>
 #include <kv-device/Process.h>
 #include <signal.h>
 #include <sys/prctl.h>
@@ -50,11 +51,8 @@ bool linked(const std::string& device) {
     ::setenv("KV_LOG_FILE", log.c_str(), 1);
     ::setenv("ECORE_NO_SYSTEM_MODULES", "1", 1);
     ::setenv("KV_PAGE_DISPLAY", "virtual", 1);
-    std::vector<char*> argv;
-    for (const std::string& argument : command) {
-        argv.push_back(const_cast<char*>(argument.c_str()));
-    }
-    argv.push_back(nullptr);
+    std::vector<std::string> words = command;
+    std::vector<char*> argv = Kv::Cli::execArguments(words);
     ::execv(argv[0], argv.data());
     ::_exit(127);
 }

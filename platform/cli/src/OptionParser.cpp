@@ -1,6 +1,7 @@
 #include "OptionParser.h"
 
 #include <getopt.h>
+#include <kv-cli/ExecArguments.h>
 #include <kv-cli/UsageError.h>
 
 #include <cctype>
@@ -35,12 +36,10 @@ bool isNegativeNumber(const char* word) {
 class Parser {
 public:
     Parser(const std::vector<Option>& options, const std::vector<std::string>& words)
-        : m_options(options), m_table(optionTable(options)), m_words(words) {
-        for (std::string& word : m_words) {
-            m_argv.push_back(word.data());
-        }
-        m_argv.push_back(nullptr);
-    }
+        : m_options(options),
+          m_table(optionTable(options)),
+          m_words(words),
+          m_argv(execArguments(m_words)) {}
 
     Arguments parse() {
         ::optind = 0;  // a fresh scan

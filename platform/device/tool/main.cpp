@@ -1,5 +1,6 @@
 // kv-device: makes, shows and enters emulated devices.
 #include <kv-cli/CommandLine.h>
+#include <kv-cli/ExecArguments.h>
 #include <kv-device/AppRegistry.h>
 #include <kv-device/Device.h>
 #include <kv-device/Screen.h>
@@ -35,12 +36,8 @@ const char kUsage[] =
 
 int runInside(const std::vector<std::string>& command) {
     Kv::Device::enter();
-    std::vector<char*> argv;
-    argv.reserve(command.size() + 1);
-    for (const std::string& argument : command) {
-        argv.push_back(const_cast<char*>(argument.c_str()));
-    }
-    argv.push_back(nullptr);
+    std::vector<std::string> words = command;
+    std::vector<char*> argv = Kv::Cli::execArguments(words);
     execvp(argv[0], argv.data());
     std::cerr << "kv-device: cannot run " << command[0] << ": " << std::strerror(errno) << "\n";
     return kExecFailed;

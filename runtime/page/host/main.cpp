@@ -8,6 +8,7 @@
 
 #include <RunOptions.h>
 #include <kv-cli/CommandLine.h>
+#include <kv-cli/ExecArguments.h>
 #include <kv-device/AppRegistry.h>
 #include <kv-device/Device.h>
 #include <kv-device/Screen.h>
@@ -152,11 +153,7 @@ std::vector<std::string> ownCommandLine;
     const std::string runtime = (Layout::programFolder() / "kv-runtime").string();
     std::vector<std::string> words = {"kv-runtime", "run"};
     words.insert(words.end(), ownCommandLine.begin() + 1, ownCommandLine.end());
-    std::vector<char*> argv;
-    for (std::string& word : words) {
-        argv.push_back(word.data());
-    }
-    argv.push_back(nullptr);
+    std::vector<char*> argv = Kv::Cli::execArguments(words);
     execv(runtime.c_str(), argv.data());
     throw std::runtime_error("cannot start " + runtime +
                              " to enter the device: " + std::strerror(errno));
