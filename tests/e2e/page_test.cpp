@@ -6,7 +6,7 @@
 
 #include <PageDriver.h>
 
-#include <cairo.h>
+#include <PngPicture.h>
 #include <gtest/gtest.h>
 
 #include <cmath>
@@ -38,37 +38,6 @@ std::string asPage(const std::string& folder, const std::string& work) {
     return copy.string();
 }
 
-struct Picture {
-    int width = 0;
-    int height = 0;
-    std::vector<uint32_t> pixels;  // ARGB
-    uint32_t at(int x, int y) const { return pixels[static_cast<size_t>(y * width + x)]; }
-};
-
-Picture readPicture(const std::string& path) {
-    Picture picture;
-    cairo_surface_t* png = cairo_image_surface_create_from_png(path.c_str());
-    if (cairo_surface_status(png) == CAIRO_STATUS_SUCCESS) {
-        picture.width = cairo_image_surface_get_width(png);
-        picture.height = cairo_image_surface_get_height(png);
-        cairo_surface_t* argb =
-            cairo_image_surface_create(CAIRO_FORMAT_ARGB32, picture.width, picture.height);
-        cairo_t* cr = cairo_create(argb);
-        cairo_set_source_surface(cr, png, 0, 0);
-        cairo_paint(cr);
-        cairo_destroy(cr);
-        cairo_surface_flush(argb);
-        for (int y = 0; y < picture.height; ++y) {
-            const auto* row = reinterpret_cast<const uint32_t*>(
-                cairo_image_surface_get_data(argb) + y * cairo_image_surface_get_stride(argb));
-            picture.pixels.insert(picture.pixels.end(), row, row + picture.width);
-        }
-        cairo_surface_destroy(argb);
-    }
-    cairo_surface_destroy(png);
-    return picture;
-}
-
 // The numbers of a JSON object's fields named in `names`, in that order.
 std::vector<double> numbersOf(const std::string& json, const std::vector<std::string>& names) {
     std::vector<double> numbers;
@@ -82,9 +51,9 @@ std::vector<double> numbersOf(const std::string& json, const std::vector<std::st
 
 // The fill colour of the phone's progress bar, #2e9e5b.
 bool isBarFill(uint32_t pixel) {
-    const int red = (pixel >> 16) & 0xff;
-    const int green = (pixel >> 8) & 0xff;
-    const int blue = pixel & 0xff;
+    const auto red = static_cast<int>((pixel >> 16) & 0xff);
+    const auto green = static_cast<int>((pixel >> 8) & 0xff);
+    const auto blue = static_cast<int>(pixel & 0xff);
     return std::abs(red - 0x2e) < 8 && std::abs(green - 0x9e) < 8 && std::abs(blue - 0x5b) < 8;
 }
 
@@ -147,7 +116,7 @@ TEST(PageDemo, APersonConnectsReloadsSendsTheReportAndLeaves) {
               "heart rate 72, steps 4211\n");
 
     // The phone's screen: its whole size, and the progress bar full.
-    const Picture phonePicture = readPicture(phoneShot);
+    const KvTest::PngPicture phonePicture = KvTest::readPng(phoneShot);
     ASSERT_EQ(phonePicture.width, 412);
     ASSERT_EQ(phonePicture.height, 892);
     ASSERT_FALSE(std::isnan(bar[0]));
@@ -158,12 +127,12 @@ TEST(PageDemo, APersonConnectsReloadsSendsTheReportAndLeaves) {
             << "at " << x << "," << middle << ": " << std::hex << phonePicture.at(x, middle);
     }
     // The watch's screen as it ended: round, its reading in the middle.
-    const Picture watchPicture = readPicture(watchShot);
+    const KvTest::PngPicture watchPicture = KvTest::readPng(watchShot);
     ASSERT_EQ(watchPicture.width, 360);
     ASSERT_EQ(watchPicture.height, 360);
-    EXPECT_EQ(watchPicture.at(4, 4) >> 24, 0u);
-    EXPECT_EQ(watchPicture.at(355, 355) >> 24, 0u);
-    EXPECT_EQ(watchPicture.at(180, 180) >> 24, 255u);
+    EXPECT_EQ(watchPicture.alpha(4, 4), 0u);
+    EXPECT_EQ(watchPicture.alpha(355, 355), 0u);
+    EXPECT_EQ(watchPicture.alpha(180, 180), 255u);
 }
 
 // The watch and phone of the link tests, written for the script host, as

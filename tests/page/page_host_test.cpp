@@ -5,7 +5,7 @@
 #include "PageDevice.h"
 #include "PageDriver.h"
 
-#include <cairo.h>
+#include <PngPicture.h>
 #include <gtest/gtest.h>
 
 #include <arpa/inet.h>
@@ -14,10 +14,13 @@
 #include <sys/socket.h>
 #include <unistd.h>
 #include <atomic>
+#include <cerrno>
 #include <chrono>
 #include <csignal>
+#include <cstring>
 #include <filesystem>
 #include <regex>
+#include <stdexcept>
 #include <thread>
 
 namespace KvTest {
@@ -278,9 +281,11 @@ public:
         address.sin_family = AF_INET;
         address.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
         socklen_t length = sizeof address;
-        ::bind(m_fd, reinterpret_cast<sockaddr*>(&address), length);
-        ::getsockname(m_fd, reinterpret_cast<sockaddr*>(&address), &length);
-        ::listen(m_fd, 16);
+        if (::bind(m_fd, reinterpret_cast<sockaddr*>(&address), length) != 0 ||
+            ::getsockname(m_fd, reinterpret_cast<sockaddr*>(&address), &length) != 0 ||
+            ::listen(m_fd, 16) != 0) {
+            throw std::runtime_error(std::string("the test's listener: ") + std::strerror(errno));
+        }
         m_port = ntohs(address.sin_port);
         m_thread = std::thread([this] {
             while (!m_stop) {
@@ -338,40 +343,6 @@ TEST_F(PageHost, KeepsAPageInsideItsAppAndOffTheNetwork) {
     EXPECT_NE(result.err.find("kv-runtime: blocked"), std::string::npos) << result.err;
 }
 
-struct Png {
-    int width = 0;
-    int height = 0;
-    std::vector<uint32_t> pixels;  // ARGB, premultiplied
-    uint32_t at(int x, int y) const { return pixels[static_cast<size_t>(y * width + x)]; }
-    unsigned alpha(int x, int y) const { return at(x, y) >> 24; }
-};
-
-Png readPng(const std::string& path) {
-    Png png;
-    cairo_surface_t* surface = cairo_image_surface_create_from_png(path.c_str());
-    if (cairo_surface_status(surface) == CAIRO_STATUS_SUCCESS) {
-        cairo_surface_t* argb =
-            cairo_image_surface_create(CAIRO_FORMAT_ARGB32, cairo_image_surface_get_width(surface),
-                                       cairo_image_surface_get_height(surface));
-        cairo_t* cr = cairo_create(argb);
-        cairo_set_source_surface(cr, surface, 0, 0);
-        cairo_paint(cr);
-        cairo_destroy(cr);
-        cairo_surface_flush(argb);
-        png.width = cairo_image_surface_get_width(argb);
-        png.height = cairo_image_surface_get_height(argb);
-        const int stride = cairo_image_surface_get_stride(argb);
-        const unsigned char* data = cairo_image_surface_get_data(argb);
-        for (int y = 0; y < png.height; ++y) {
-            const auto* row = reinterpret_cast<const uint32_t*>(data + y * stride);
-            png.pixels.insert(png.pixels.end(), row, row + png.width);
-        }
-        cairo_surface_destroy(argb);
-    }
-    cairo_surface_destroy(surface);
-    return png;
-}
-
 TEST_F(PageHost, ShowsAWatchsPageOnARoundScreen) {
     device.setScreen({"watch"});
     const std::string app = device.install("idle");
@@ -380,7 +351,7 @@ TEST_F(PageHost, ShowsAWatchsPageOnARoundScreen) {
     ASSERT_TRUE(page->waitForOutput("idle: ready object", seconds(20)));
     page->sendSignal(SIGTERM);
     page->finish(seconds(20));
-    const Png png = readPng(shot);
+    const KvTest::PngPicture png = KvTest::readPng(shot);
     ASSERT_EQ(png.width, 360);
     ASSERT_EQ(png.height, 360);
     EXPECT_EQ(png.alpha(0, 0), 0u);
@@ -406,7 +377,7 @@ TEST_F(PageHost, ShowsAPhonesPageOnItsWholeScreenAndPicturesItAsAsked) {
     page->finish(seconds(20));
     const auto first = *std::filesystem::directory_iterator(shots);
     EXPECT_TRUE(std::regex_match(first.path().filename().string(), std::regex("[0-9]{6}\\.png")));
-    const Png png = readPng(first.path());
+    const KvTest::PngPicture png = KvTest::readPng(first.path());
     ASSERT_EQ(png.width, 412);
     ASSERT_EQ(png.height, 892);
     EXPECT_EQ(png.alpha(0, 0), 255u);
