@@ -68,7 +68,7 @@ void makePage(const std::string& folder) {
 // a page that loads its script when `page`.
 std::string benchApp(const std::string& work, const std::string& name, const std::string& role,
                      int agents, bool page) {
-    const std::string folder = work + "/" + name;
+    std::string folder = work + "/" + name;
     fs::copy(std::string(KV_BENCH_APPS) + "/" + name, folder, fs::copy_options::recursive);
     if (page) {
         makePage(folder);

@@ -32,10 +32,12 @@ std::vector<Figures> runTogether(const std::vector<std::unique_ptr<BenchPair>>& 
 // app); each path's figures.
 std::vector<Figures> relaysTogether(int count, const std::vector<std::string>& role) {
     std::vector<std::unique_ptr<RelayPath>> paths;
+    paths.reserve(count);
     for (int i = 0; i < count; ++i) {
         paths.push_back(std::make_unique<RelayPath>(true, i));
     }
     std::vector<std::unique_ptr<KvTest::ChildProcess>> running;
+    running.reserve(paths.size());
     for (const auto& path : paths) {
         running.push_back(path->start(role));
     }
@@ -105,6 +107,7 @@ void measureIdle(const Settings& settings, const std::vector<std::unique_ptr<Ben
 void measureManyPairs(const Settings& settings, Figures& figures) {
     measureRelays(settings, figures);
     std::vector<std::unique_ptr<BenchPair>> pairs;
+    pairs.reserve(settings.pairs);
     for (int i = 0; i < settings.pairs; ++i) {
         pairs.push_back(std::make_unique<BenchPair>(settings, 1));
     }

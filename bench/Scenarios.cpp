@@ -64,10 +64,11 @@ void measureLinkProfile(const Settings& settings, const Kv::Accessory::LinkProfi
     using std::chrono::duration;
     const std::string prefix = "link-" + link.name + "-";
     constexpr std::size_t kPingOnTheWire = 128;  // the ping, its frame and the link's record
-    const double wireSeconds = static_cast<double>(kPingOnTheWire) / link.bandwidth;
+    const auto bandwidth = static_cast<double>(link.bandwidth);
+    const double wireSeconds = static_cast<double>(kPingOnTheWire) / bandwidth;
     record(figures, prefix + "configured-roundtrip", "us",
            2 * (duration<double, std::micro>(link.latency).count() + wireSeconds * 1e6));
-    record(figures, prefix + "configured-throughput", "MB/s", link.bandwidth / 1e6);
+    record(figures, prefix + "configured-throughput", "MB/s", bandwidth / 1e6);
 
     Hooks hooks;
     hooks.linkProfile = link.name;

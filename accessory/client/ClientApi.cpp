@@ -6,7 +6,6 @@
 #include "ClientCall.h"
 
 using Kv::Accessory::callService;
-using Kv::Accessory::EventDispatcher;
 using Kv::Accessory::ServiceClient;
 using Kv::Accessory::toWirePeer;
 using Kv::Accessory::traceClockMicros;

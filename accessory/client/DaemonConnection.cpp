@@ -84,7 +84,7 @@ bool DaemonConnection::waitReadable(Deadline deadline) const {
 }
 
 void DaemonConnection::readAvailable(std::size_t enough) {
-    constexpr std::size_t kReadChunk = 64 * 1024;
+    constexpr std::size_t kReadChunk = std::size_t{64} * 1024;
     for (std::size_t taken = 0; taken < enough;) {
         // Straight into the decoder's buffer, the whole rest of a large frame
         // at once when the socket has it.

@@ -14,10 +14,10 @@ constexpr std::chrono::seconds kReplyTimeout(5);
 // How long a send that needs no answer may wait for the service to take it
 // (the service stops reading while the link is full).
 constexpr std::chrono::seconds kPostTimeout(120);
-constexpr std::size_t kReadPerTurn = 4 * 1024 * 1024;
+constexpr std::size_t kReadPerTurn = std::size_t{4} * 1024 * 1024;
 // What a send takes in before it decides whether it must wait for the
 // service's verdict (the rest waits for the main loop).
-constexpr std::size_t kReadPerSend = 64 * 1024;
+constexpr std::size_t kReadPerSend = std::size_t{64} * 1024;
 constexpr double kFirstBackoff = 0.1;
 constexpr double kLongestBackoff = 2.0;
 

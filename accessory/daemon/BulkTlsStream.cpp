@@ -14,7 +14,7 @@ namespace {
 
 // How much ciphertext one read of the socket may take: enough for a whole
 // 1 MiB frame's records.
-constexpr std::size_t kReadRoom = 2u * 1024u * 1024u;
+constexpr std::size_t kReadRoom = std::size_t{2} * 1024 * 1024;
 
 asio::error_code sslError() {
     const unsigned long code = ERR_get_error();

@@ -15,7 +15,7 @@ namespace Accessory {
 
 namespace {
 
-constexpr std::size_t kSessionQueueBound = 64u * 1024u * 1024u;
+constexpr std::size_t kSessionQueueBound = std::size_t{64} * 1024 * 1024;
 
 // Whether a daemon already answers on `path`.
 bool served(asio::io_context& io, const std::string& path) {

@@ -373,7 +373,7 @@ private:
     Socket m_socket;
     std::string m_name;
     std::size_t m_maxQueuedBytes;
-    static constexpr std::size_t kReadChunk = 64 * 1024;
+    static constexpr std::size_t kReadChunk = std::size_t{64} * 1024;
     FrameDecoder m_decoder;
     std::array<std::deque<Frame>, kPriorityLevels> m_queues;
     Frame m_current;  // the frame being written

@@ -12,14 +12,14 @@ namespace Accessory {
 // Sessions of one user at a time on the apps' socket.
 inline constexpr std::size_t kMaxSessionsPerUser = 128;
 // Bytes that all app sessions together may hold in frames they only partly sent.
-inline constexpr std::size_t kMaxPartialFrameBytes = 64u * 1024u * 1024u;
+inline constexpr std::size_t kMaxPartialFrameBytes = std::size_t{64} * 1024 * 1024;
 
 // Back-pressure. A session that has this much of data queued on the link
 // behind it stops being read; it is read again once the link is down to the
 // second bound. The link is likewise not read while an app has more than the
 // first bound of events queued, until it has read them down to the second.
-inline constexpr std::size_t kPauseSendersAbove = 8u * 1024u * 1024u;
-inline constexpr std::size_t kResumeSendersBelow = 2u * 1024u * 1024u;
+inline constexpr std::size_t kPauseSendersAbove = std::size_t{8} * 1024 * 1024;
+inline constexpr std::size_t kResumeSendersBelow = std::size_t{2} * 1024 * 1024;
 // An app that holds up the link and has not read its events down in this
 // time has stopped reading: its session is ended.
 inline constexpr std::chrono::seconds kSlowReaderGrace(10);

@@ -136,7 +136,8 @@ void PartialFile::removeLeftovers(const std::string& journalDir) {
         if (name == "." || name == "..") {
             continue;
         }
-        const std::string note = journalDir + "/" + name;
+        std::string note = journalDir + '/';
+        note += name;
         std::ifstream file(note);
         std::string temporary;
         if (std::getline(file, temporary) && !temporary.empty() &&

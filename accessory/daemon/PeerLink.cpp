@@ -13,7 +13,7 @@ namespace {
 
 constexpr std::chrono::milliseconds kFirstBackoff(100);
 constexpr std::chrono::milliseconds kLongestBackoff(2000);
-constexpr std::size_t kLinkQueueBound = 64u * 1024u * 1024u;
+constexpr std::size_t kLinkQueueBound = std::size_t{64} * 1024 * 1024;
 constexpr int kLinkSendBuffer = 4 * 1024 * 1024;
 // How long a new connection has for its TLS handshake and its hello.
 constexpr std::chrono::seconds kHandshakeDeadline(3);
@@ -30,7 +30,7 @@ PeerLink::PeerLink(asio::io_context& io, Mode mode, asio::ip::tcp::endpoint endp
                    Handlers handlers)
     : m_io(io),
       m_mode(mode),
-      m_endpoint(endpoint),
+      m_endpoint(std::move(endpoint)),
       m_localName(std::move(localName)),
       m_tls(std::move(tls)),
       m_profile(profile),
@@ -130,17 +130,20 @@ void PeerLink::stall(std::chrono::milliseconds duration) {
         m_session->stall(true);
     }
     m_stallTimer.async_wait([this](const asio::error_code& error) {
-        if (error) {
-            return;
+        if (!error) {
+            endStall();
         }
-        LoggerI("link: the stall is over");
-        m_silentUntilStallEnds.reset();
-        m_lastHeard = std::chrono::steady_clock::now();
-        if (m_session) {
-            m_session->stall(false);
-        }
-        scheduleReconnect();
     });
+}
+
+void PeerLink::endStall() {
+    LoggerI("link: the stall is over");
+    m_silentUntilStallEnds.reset();
+    m_lastHeard = std::chrono::steady_clock::now();
+    if (m_session) {
+        m_session->stall(false);
+    }
+    scheduleReconnect();
 }
 
 unsigned short PeerLink::localPort() const {
@@ -271,27 +274,32 @@ void PeerLink::startHandshake(std::uint64_t id, asio::ip::tcp::socket socket) {
         }
     };
     m_candidates[id].abortHandshake = abort;
-    stream->async_handshake(m_mode == Mode::Listen, [this, id, stream,
-                                                     presented](const asio::error_code& error) {
-        if (m_candidates.count(id) == 0) {
-            return;  // dropped meanwhile
-        }
-        if (error) {
-            LoggerW("link: refused a device at the handshake ("
-                    << error.message() << "); it presented "
-                    << (presented->empty() ? std::string("no certificate")
-                                           : "the certificate " + *presented));
-            dropCandidate(id, "handshake failed");
-            return;
-        }
-        m_candidates[id].abortHandshake = nullptr;
-        startSession(id, std::make_shared<TlsChannel>(std::move(*stream), "link", kLinkQueueBound),
-                     *presented);
-    });
+    stream->async_handshake(m_mode == Mode::Listen,
+                            [this, id, stream, presented](const asio::error_code& error) {
+                                onHandshake(id, error, *stream, *presented);
+                            });
+}
+
+void PeerLink::onHandshake(std::uint64_t id, const asio::error_code& error, TlsStream& stream,
+                           const std::string& presented) {
+    if (m_candidates.count(id) == 0) {
+        return;  // dropped meanwhile
+    }
+    if (error) {
+        LoggerW("link: refused a device at the handshake ("
+                << error.message() << "); it presented "
+                << (presented.empty() ? std::string("no certificate")
+                                      : "the certificate " + presented));
+        dropCandidate(id, "handshake failed");
+        return;
+    }
+    m_candidates[id].abortHandshake = nullptr;
+    startSession(id, std::make_shared<TlsChannel>(std::move(stream), "link", kLinkQueueBound),
+                 presented);
 }
 
 // The candidate's session says hello and waits for the other end's.
-void PeerLink::startSession(std::uint64_t id, std::shared_ptr<FrameSession> session,
+void PeerLink::startSession(std::uint64_t id, const std::shared_ptr<FrameSession>& session,
                             std::string fingerprint) {
     Candidate& candidate = m_candidates[id];
     candidate.session = session;

@@ -116,7 +116,9 @@ private:
     void scheduleReconnect();
     void admit(asio::ip::tcp::socket socket);
     void startHandshake(std::uint64_t id, asio::ip::tcp::socket socket);
-    void startSession(std::uint64_t id, std::shared_ptr<FrameSession> session,
+    void onHandshake(std::uint64_t id, const asio::error_code& error, TlsStream& stream,
+                     const std::string& presented);
+    void startSession(std::uint64_t id, const std::shared_ptr<FrameSession>& session,
                       std::string fingerprint);
     void onCandidatePayload(std::uint64_t id, std::string_view payload);
     void promote(std::uint64_t id, const wire::LinkHello& hello);
@@ -125,6 +127,7 @@ private:
     void onLinkClosed();
     void scheduleHeartbeat();
     void heartbeat();
+    void endStall();
 
     asio::io_context& m_io;
     Mode m_mode;

@@ -45,7 +45,7 @@ SessionId Service::addSession(std::shared_ptr<ClientChannel> channel, const std:
         wire::TraceEvent event;
         event.set_kind(wire::TraceEvent::SESSION_OPENED);
         event.set_app(appId);
-        m_trace.emit(std::move(event));
+        m_trace.emit(event);
     }
     return id;
 }
@@ -66,7 +66,7 @@ void Service::removeSession(SessionId id) {
         wire::TraceEvent event;
         event.set_kind(wire::TraceEvent::SESSION_CLOSED);
         event.set_app(appOfSession(id));
-        m_trace.emit(std::move(event));
+        m_trace.emit(event);
     }
     m_sessions.erase(id);
 }
@@ -461,7 +461,7 @@ void Service::notifyAgent(std::uint32_t agentId, wire::Event event) {
     }
 }
 
-void Service::notifyAll(wire::Event event) {
+void Service::notifyAll(const wire::Event& event) {
     for (const auto& [id, session] : m_sessions) {
         if (session.greeted) {
             notify(id, event);

@@ -210,6 +210,7 @@ private:
     // data) and of the detach itself, or after kDetachNoticeLimit.
     void writeDetachOnceHeard();
     void detachHeard(SessionId id);
+    void stopWaitingForDetachConfirms();
     void finishDetachNotice();
 
     // Faults (ServiceFaults.cpp).
@@ -232,6 +233,7 @@ private:
     // Forgets a connection without telling its app (the link went down: the
     // detach tells the app).
     void dropConnection(std::uint32_t connectionId);
+    void giveUpAsking(std::uint32_t connectionId);
     void failAsking(Connection& connection, wire::ConnectionStatus status);
     void tellAgentChanged(const Agent& agent, bool available);
     Transfer* ownTransfer(SessionId id, int transactionId);
@@ -255,7 +257,7 @@ private:
     void sendLink(const wire::LinkMessage& message, int priority = kPriorityControl);
     void notify(SessionId id, wire::Event event);
     void notifyAgent(std::uint32_t agentId, wire::Event event);
-    void notifyAll(wire::Event event);
+    void notifyAll(const wire::Event& event);
     void writeConnStatus(int value);
     // Back-pressure: a session that fills the link with data stops being
     // read until the link has room again.

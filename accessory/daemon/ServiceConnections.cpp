@@ -64,17 +64,9 @@ wire::Reply Service::createConnection(SessionId id, const wire::CreateConnection
     connection.timer = std::make_shared<asio::steady_timer>(
         m_io, std::chrono::seconds(agent->profile.timeoutSeconds));
     connection.timer->async_wait([this, connectionId](const asio::error_code& error) {
-        auto found = m_connections.find(connectionId);
-        if (error || found == m_connections.end() ||
-            found->second.state != ConnectionState::Asking) {
-            return;
+        if (!error) {
+            giveUpAsking(connectionId);
         }
-        LoggerI("connection " << connectionId << ": no answer in time");
-        wire::LinkMessage withdraw;
-        withdraw.mutable_close()->set_connection_id(connectionId);
-        withdraw.mutable_close()->set_asker_id(true);
-        sendLink(withdraw, kPriorityControl);
-        failAsking(found->second, wire::CONNECTION_NO_RESPONSE);
     });
     m_connections[connectionId] = connection;
     wire::LinkMessage query;
@@ -85,6 +77,21 @@ wire::Reply Service::createConnection(SessionId id, const wire::CreateConnection
     ask->set_timeout_seconds(agent->profile.timeoutSeconds);
     sendLink(query);
     return resultReply(wire::RESULT_SUCCESS);
+}
+
+// The peer did not answer a connection request in time: the request is
+// withdrawn on the link and fails for the app.
+void Service::giveUpAsking(std::uint32_t connectionId) {
+    auto found = m_connections.find(connectionId);
+    if (found == m_connections.end() || found->second.state != ConnectionState::Asking) {
+        return;
+    }
+    LoggerI("connection " << connectionId << ": no answer in time");
+    wire::LinkMessage withdraw;
+    withdraw.mutable_close()->set_connection_id(connectionId);
+    withdraw.mutable_close()->set_asker_id(true);
+    sendLink(withdraw, kPriorityControl);
+    failAsking(found->second, wire::CONNECTION_NO_RESPONSE);
 }
 
 void Service::failAsking(Connection& connection, wire::ConnectionStatus status) {

@@ -28,17 +28,20 @@ void Service::writeDetachOnceHeard() {
     }
     m_detachNoticeTimer.expires_after(kDetachNoticeLimit);
     m_detachNoticeTimer.async_wait([this](const std::error_code& error) {
-        if (error || !m_detachNoticePending) {
-            return;
+        if (!error && m_detachNoticePending) {
+            stopWaitingForDetachConfirms();
         }
-        for (SessionId id : m_detachUnheard) {
-            const auto session = m_sessions.find(id);
-            LoggerW("the app " << (session != m_sessions.end() ? session->second.appId : "?")
-                               << " did not confirm the detach within "
-                               << kDetachNoticeLimit.count() << " ms");
-        }
-        finishDetachNotice();
     });
+}
+
+void Service::stopWaitingForDetachConfirms() {
+    for (SessionId id : m_detachUnheard) {
+        const auto session = m_sessions.find(id);
+        LoggerW("the app " << (session != m_sessions.end() ? session->second.appId : "?")
+                           << " did not confirm the detach within " << kDetachNoticeLimit.count()
+                           << " ms");
+    }
+    finishDetachNotice();
 }
 
 void Service::detachHeard(SessionId id) {

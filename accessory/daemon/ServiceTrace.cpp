@@ -102,7 +102,7 @@ void Service::traceRequest(SessionId id, const wire::Request& request, const wir
     } else {
         return;
     }
-    m_trace.emit(std::move(event));
+    m_trace.emit(event);
 }
 
 void Service::traceEvent(SessionId id, const wire::Event& event) {
@@ -161,7 +161,7 @@ void Service::traceEvent(SessionId id, const wire::Event& event) {
     } else {
         return;  // data is traced at its delivery; the link's state once, not per app
     }
-    m_trace.emit(std::move(trace));
+    m_trace.emit(trace);
 }
 
 void Service::traceEventOfFile(wire::TraceEvent& trace, const wire::Event& event) const {
@@ -200,7 +200,7 @@ void Service::traceTransfer(wire::TraceEvent::Kind kind, const Transfer& transfe
     event.set_sending(transfer.sending);
     event.set_size(transfer.size);
     event.set_text(transfer.path);
-    m_trace.emit(std::move(event));
+    m_trace.emit(event);
 }
 
 void Service::traceDelivery(const Connection& connection, const wire::LinkData& data) {
@@ -214,7 +214,7 @@ void Service::traceDelivery(const Connection& connection, const wire::LinkData& 
     event.set_message_id(data.message_id());
     event.set_sent_at_us(data.sent_at_us());
     event.set_peer_device(m_link != nullptr ? m_link->peerName() : std::string());
-    m_trace.emit(std::move(event));
+    m_trace.emit(event);
 }
 
 void Service::traceLink(wire::TraceEvent::Kind kind, const std::string& text, std::uint64_t size) {
@@ -225,14 +225,14 @@ void Service::traceLink(wire::TraceEvent::Kind kind, const std::string& text, st
     if (m_link != nullptr && kind != Trace::LINK_FAULT) {
         event.set_peer_device(m_link->peerName());
     }
-    m_trace.emit(std::move(event));
+    m_trace.emit(event);
 }
 
 void Service::traceAgent(wire::TraceEvent::Kind kind, const Agent& agent) {
     Trace event = traceOf(kind, appOfSession(agent.session));
     event.set_agent_id(agent.id);
     event.set_text(agent.profile.id + (agent.profile.consumer ? " (consumer)" : " (provider)"));
-    m_trace.emit(std::move(event));
+    m_trace.emit(event);
 }
 
 }  // namespace Accessory

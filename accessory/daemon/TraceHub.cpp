@@ -11,17 +11,17 @@ namespace Accessory {
 namespace {
 
 // What a tracer may have waiting to be read before it is dropped.
-constexpr std::size_t kTracerBacklog = 4u * 1024u * 1024u;
+constexpr std::size_t kTracerBacklog = std::size_t{4} * 1024 * 1024;
 
 }  // namespace
 
-void TraceHub::add(TracerId id, std::shared_ptr<Channel> channel, wire::TraceEvent first) {
+void TraceHub::add(TracerId id, const std::shared_ptr<Channel>& channel, wire::TraceEvent first) {
     LoggerI("a tracer follows the service");
     m_tracers[id] = channel;
     send(id, *channel, std::move(first));
 }
 
-void TraceHub::emit(wire::TraceEvent event) {
+void TraceHub::emit(const wire::TraceEvent& event) {
     std::vector<std::pair<TracerId, std::shared_ptr<Channel>>> tracers(m_tracers.begin(),
                                                                        m_tracers.end());
     for (auto& [id, channel] : tracers) {

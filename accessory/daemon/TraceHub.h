@@ -28,12 +28,12 @@ public:
     bool active() const { return !m_tracers.empty(); }
 
     // `first` goes to this tracer alone, before anything else it gets.
-    void add(TracerId id, std::shared_ptr<Channel> channel, wire::TraceEvent first);
+    void add(TracerId id, const std::shared_ptr<Channel>& channel, wire::TraceEvent first);
     void remove(TracerId id) { m_tracers.erase(id); }
 
     // Stamps the event with the time and the device and sends it to every
     // tracer.
-    void emit(wire::TraceEvent event);
+    void emit(const wire::TraceEvent& event);
 
 private:
     void send(TracerId id, Channel& channel, wire::TraceEvent event);

@@ -80,6 +80,18 @@ std::unique_ptr<PeerLink> makeLink(asio::io_context& io, const DaemonOptions& op
         std::move(tls), service.linkProfile(), std::move(handlers));
 }
 
+// SIGINT or SIGTERM: the apps and the link are closed and the main loop ends.
+void stopOnSignal(int signal, asio::io_context& io, Service& service, ClientServer& server,
+                  PeerLink* link) {
+    LoggerI("stopping on signal " << signal);
+    server.stop();
+    if (link != nullptr) {
+        link->stop();
+    }
+    service.closeAll();
+    io.stop();
+}
+
 int run(const DaemonOptions& options) {
     if (!options.device.empty()) {
         Kv::Device::select(options.device);
@@ -107,13 +119,7 @@ int run(const DaemonOptions& options) {
 
     asio::signal_set signals(io, SIGINT, SIGTERM);
     signals.async_wait([&](const asio::error_code&, int signal) {
-        LoggerI("stopping on signal " << signal);
-        server.stop();
-        if (link) {
-            link->stop();
-        }
-        service.closeAll();
-        io.stop();
+        stopOnSignal(signal, io, service, server, link.get());
     });
     LoggerI("accessory service of " << name << " ready");
     io.run();

@@ -44,7 +44,7 @@ std::string formatValue(JSContextRef context, JSValueRef value) {
     const bool plainObject = JSValueIsObject(context, value) && !isErrorObject(context, value) &&
                              !JSObjectIsFunction(context, JSValueToObject(context, value, nullptr));
     if (plainObject) {
-        const std::string json = jsonOf(context, value);
+        std::string json = jsonOf(context, value);
         if (!json.empty()) {
             return json;
         }

@@ -140,6 +140,7 @@ void releaseRuntimeObject(JSContextRef context, JSObjectRef global) {
 void setRuntimeArguments(JSContextRef context, JSObjectRef global,
                          const std::vector<std::string>& arguments) {
     std::vector<JSValueRef> values;
+    values.reserve(arguments.size());
     for (const std::string& argument : arguments) {
         values.push_back(JSValueMakeString(context, JsString(argument).get()));
     }

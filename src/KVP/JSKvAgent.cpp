@@ -80,7 +80,7 @@ JSValueRef setListener(JSContextRef context, JSObjectRef thisObject, size_t argu
     return callScriptMethod(context, exception, [&] {
         auto& controller =
             controllerOf<KvAgentController>(context, thisObject, JSKvAgent::getClassRef());
-        ArgumentValidator validator(context, argumentCount, arguments);
+        ArgumentValidator validator(context, static_cast<int>(argumentCount), arguments);
         const JSListenerObject listener =
             readListenerObject(context, validator.getArgument(0), attributes, thisObject);
         const auto outcome = (controller.*binding)().template attach<Request>(
@@ -211,7 +211,7 @@ JSValueRef JSKvAgent::authenticatePeerAgent(JSContextRef context, JSObjectRef /*
         auto event = std::make_shared<EventKvAgentAuthenticatePeerAgent>();
         event->peerAgent = KvConverter(context).toKvPeerAgentArgument(
             argumentCount, arguments, "1st argument is not a KvPeerAgent object.");
-        ArgumentValidator validator(context, argumentCount, arguments);
+        ArgumentValidator validator(context, static_cast<int>(argumentCount), arguments);
         JSObjectRef onSuccess = validator.toFunction(1);
         JSObjectRef onError = validator.toFunction(2, true);
         const auto callbacks = JSCallbackManager::createObject(context, onSuccess, onError);

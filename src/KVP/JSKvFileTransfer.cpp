@@ -58,7 +58,7 @@ JSValueRef postTransferRequest(JSContextRef context, JSObjectRef thisObject, siz
                                const JSValueRef arguments[], JSValueRef* exception) {
     return callScriptMethod(context, exception, [&] {
         KvFileTransferController& controller = controllerOfFileTransfer(context, thisObject);
-        ArgumentValidator validator(context, argumentCount, arguments);
+        ArgumentValidator validator(context, static_cast<int>(argumentCount), arguments);
         auto event = std::make_shared<Event>();
         event->transferId = static_cast<int>(validator.toLong(0));
         postSynchronously(*controller.getObject(), event);
@@ -76,7 +76,7 @@ JSValueRef setListener(JSContextRef context, JSObjectRef thisObject, size_t argu
                        KvListenerBinding<Event>& (KvFileTransferController::*binding)()) {
     return callScriptMethod(context, exception, [&] {
         KvFileTransferController& controller = controllerOfFileTransfer(context, thisObject);
-        ArgumentValidator validator(context, argumentCount, arguments);
+        ArgumentValidator validator(context, static_cast<int>(argumentCount), arguments);
         const JSListenerObject listener =
             readListenerObject(context, validator.getArgument(0), attributes, thisObject);
         if (listener.attributeCount == 0) {
@@ -132,7 +132,7 @@ JSValueRef JSKvFileTransfer::sendFile(JSContextRef context, JSObjectRef /*functi
                                       const JSValueRef arguments[], JSValueRef* exception) {
     return callScriptMethod(context, exception, [&] {
         KvFileTransferController& controller = controllerOfFileTransfer(context, thisObject);
-        ArgumentValidator validator(context, argumentCount, arguments);
+        ArgumentValidator validator(context, static_cast<int>(argumentCount), arguments);
         auto event = std::make_shared<EventKvFileTransferSendFile>();
         event->peerAgent = KvConverter(context).toKvPeerAgent(validator.getArgument(0),
                                                               "1st argument must be PeerAgent");
@@ -148,7 +148,7 @@ JSValueRef JSKvFileTransfer::receiveFile(JSContextRef context, JSObjectRef /*fun
                                          const JSValueRef arguments[], JSValueRef* exception) {
     return callScriptMethod(context, exception, [&] {
         KvFileTransferController& controller = controllerOfFileTransfer(context, thisObject);
-        ArgumentValidator validator(context, argumentCount, arguments);
+        ArgumentValidator validator(context, static_cast<int>(argumentCount), arguments);
         auto event = std::make_shared<EventKvFileTransferReceiveFile>();
         event->transferId = static_cast<int>(validator.toLong(0));
         event->savePath = validator.toString(1);

@@ -59,7 +59,7 @@ JSValueRef send(JSContextRef context, JSObjectRef thisObject, size_t argumentCou
                 const JSValueRef arguments[], JSValueRef* exception) {
     return callScriptMethod(context, exception, [&] {
         KvSocketController& controller = controllerOfSocket(context, thisObject);
-        ArgumentValidator validator(context, argumentCount, arguments);
+        ArgumentValidator validator(context, static_cast<int>(argumentCount), arguments);
         const long channelId = validator.toLong(0);
         auto event = std::make_shared<Event>();
         event->data = validator.toString(1);
@@ -83,7 +83,7 @@ JSValueRef setListener(JSContextRef context, JSObjectRef thisObject, size_t argu
                        KvListenerBinding<Event>& (KvSocketController::*binding)()) {
     return callScriptMethod(context, exception, [&] {
         KvSocketController& controller = controllerOfSocket(context, thisObject);
-        ArgumentValidator validator(context, argumentCount, arguments);
+        ArgumentValidator validator(context, static_cast<int>(argumentCount), arguments);
         const JSCallbacksManagerPtr callbacks =
             JSCallbacksManager::createObject(context, validator.toFunction(0));
         callbacks->setObject(thisObject);

@@ -218,13 +218,15 @@ TEST_F(ClientLibraryTest, RejectsBadArguments) {
 
 TEST_F(ClientLibraryTest, CarriesDataBothWaysAndEndsTheConnectionOnBothSides) {
     WireClient consumer(devices->alpha(), kConsumerApp);
-    const auto [remote, local] = connectFrom(consumer);
+    const auto connection = connectFrom(consumer);
+    const std::uint32_t remote = connection.first;
+    const std::uint32_t local = connection.second;
     const std::string withZero("ab\0cd", 5);
     ASSERT_EQ(consumer.sendData(remote, 102, withZero), 0);
     ASSERT_TRUE(runMainLoopUntil([] { return !recorder.data.empty(); }));
     EXPECT_EQ(recorder.data.back(), withZero);
 
-    const std::string reply(1024 * 1024, 'r');
+    const std::string reply(std::size_t{1024} * 1024, 'r');
     EXPECT_EQ(request([&] {
                   return sendData(local, 101, static_cast<unsigned int>(reply.size()),
                                   reply.data());
@@ -247,7 +249,9 @@ TEST_F(ClientLibraryTest, CarriesDataBothWaysAndEndsTheConnectionOnBothSides) {
 // goes on.
 TEST_F(ClientLibraryTest, CarriesTheLargestDataAndRefusesAByteMore) {
     WireClient consumer(devices->alpha(), kConsumerApp);
-    const auto [remote, local] = connectFrom(consumer);
+    const auto connection = connectFrom(consumer);
+    const std::uint32_t remote = connection.first;
+    const std::uint32_t local = connection.second;
     const std::string largest(KVP_MAX_DATA_SIZE + 1, 'm');
     EXPECT_EQ(sendData(local, 101, KVP_MAX_DATA_SIZE + 1, largest.data()), KVP_ERROR_INVALID);
     EXPECT_EQ(sendSecureData(local, 101, KVP_MAX_DATA_SIZE + 1, largest.data()), KVP_ERROR_INVALID);
@@ -390,7 +394,7 @@ TEST_F(ClientLibraryOnASlowLinkTest, AFullChannelRefusesSendsUntilTheAppIsToldOf
     // The app learns that the channel is full within what was on its way to
     // the service (the sockets' buffers), even in a burst that never goes
     // back to the main loop.
-    EXPECT_LE(taken * link().maxDataSize, link().channelQueueBytes() + 1024 * 1024);
+    EXPECT_LE(taken * link().maxDataSize, link().channelQueueBytes() + std::size_t{1024} * 1024);
     EXPECT_TRUE(recorder.spaceAvailable.empty());
 
     // What the app sent before it learnt that the channel was full drains

@@ -17,8 +17,7 @@ namespace {
 using Kv::Accessory::kPauseSendersAbove;
 using Kv::Accessory::kSlowReaderGrace;
 
-constexpr std::size_t kMessageSize = 1024 * 1024;
-constexpr std::size_t kMiB = 1024 * 1024;
+constexpr std::size_t kMessageSize = std::size_t{1024} * 1024;
 
 // A field of the device's daemon's /proc status in bytes ("VmRSS", "VmHWM").
 std::size_t daemonMemory(const std::string& device, const std::string& field) {

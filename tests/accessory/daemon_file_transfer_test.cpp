@@ -329,7 +329,8 @@ TEST_F(DaemonFileTransferOverASlowLinkTest,
 }
 
 TEST_F(DaemonFileTransferOverASlowLinkTest, ASendersCancelMidWayEndsAsCancelledOnBothSides) {
-    const auto [sent, received] = sendInto("/opt/usr/media/Downloads/photo.bin", 400 * 1024);
+    const auto [sent, received] =
+        sendInto("/opt/usr/media/Downloads/photo.bin", std::size_t{400} * 1024);
     auto progress = consumer->waitEvent([id = sent](const wire::Event& e) {
         return e.has_file_progress() && e.file_progress().transaction_id() == id;
     });
@@ -349,7 +350,7 @@ TEST_F(DaemonFileTransferOverASlowLinkTest, ASendersCancelMidWayEndsAsCancelledO
 
 TEST_F(DaemonFileTransferOverASlowLinkTest,
        ACancelCrossingTheAcceptanceEndsAsCancelledOnBothSides) {
-    const int sent = offer(64 * 1024);
+    const int sent = offer(std::size_t{64} * 1024);
     auto offer = offered();
     ASSERT_TRUE(offer.has_value());
     // Both leave at once: the acceptance reaches the sender after its cancel

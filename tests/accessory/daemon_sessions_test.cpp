@@ -20,7 +20,7 @@ namespace {
 // What a daemon may still grow by after the first sessions: allocator
 // bookkeeping and caches that fill once (the apps' parsed profiles), never
 // per session or link.
-constexpr std::uint64_t kHeapGrowthBound = 16 * 1024;
+constexpr std::uint64_t kHeapGrowthBound = std::uint64_t{16} * 1024;
 constexpr int kWarmUpSessions = 50;
 
 int trials() {

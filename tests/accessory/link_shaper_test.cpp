@@ -53,7 +53,7 @@ TEST(LinkShaperTest, FramesArriveAfterTheLatencyWithinItsJitterAndInOrder) {
 TEST(LinkShaperTest, AnUnshapedLinkDelaysNothing) {
     LinkShaper shaper(*findLinkProfile("unlimited"));
     const Clock::time_point now = Clock::now();
-    EXPECT_EQ(shaper.serialize(64 * 1024 * 1024, now), now);
+    EXPECT_EQ(shaper.serialize(std::size_t{64} * 1024 * 1024, now), now);
 }
 
 TEST(LinkProfilesTest, EveryProfileIsFoundByItsNameAndListed) {

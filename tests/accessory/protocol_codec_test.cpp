@@ -86,7 +86,7 @@ TEST(ProtocolCodecTest, FramesArriveWholeWhateverTheChunking) {
 
 TEST(ProtocolCodecTest, AMegabyteOfDataFitsInOneFrame) {
     wire::LinkMessage message;
-    message.mutable_data()->set_data(std::string(1024 * 1024, '\0'));
+    message.mutable_data()->set_data(std::string(std::size_t{1024} * 1024, '\0'));
     const std::string frame = encodeFrame(message);
     FrameDecoder decoder;
     decoder.feed(frame.data(), frame.size());

@@ -75,7 +75,7 @@ std::string codeIn(const std::string& output) {
 class ToolPairingTest : public testing::Test {
 protected:
     std::string device(const std::string& name) {
-        const std::string path = folder.path() + "/" + name;
+        std::string path = folder.path() + "/" + name;
         Kv::Device::ensureLayout(path);
         return path;
     }

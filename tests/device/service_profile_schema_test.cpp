@@ -260,7 +260,7 @@ TEST_F(ServiceProfileSchemaTest, TheLastLocationIsChecked) {
 }
 
 TEST_F(ServiceProfileSchemaTest, TooLargeFileIsRefused) {
-    std::string large = profileFile("<!-- " + std::string(300 * 1024, 'x') + " -->\n");
+    std::string large = profileFile("<!-- " + std::string(std::size_t{300} * 1024, 'x') + " -->\n");
     const std::string error = installError(large);
     EXPECT_NE(error.find(profileSource() + ":0: the service-profile file has"), std::string::npos)
         << error;

@@ -11,8 +11,8 @@ namespace KvE2e {
 namespace {
 
 constexpr std::uint32_t kChannels[] = {120, 121};
-constexpr std::size_t kSmallestFile = 16 * 1024;
-constexpr std::size_t kLargestFile = 1024 * 1024;
+constexpr std::size_t kSmallestFile = std::size_t{16} * 1024;
+constexpr std::size_t kLargestFile = std::size_t{1024} * 1024;
 
 // A line's words.
 std::vector<std::string> words(const std::string& line) {

@@ -44,7 +44,7 @@ constexpr int kChaosPhoneTimeoutSeconds = 60;
 // What a block's daemons may gain in heap over its trials, after the first
 // few (allocator caches and the profile cache fill then); a leak of a
 // kilobyte a trial passes it within a few hundred trials.
-constexpr std::uint64_t kHeapGrowthBound = 64 * 1024;
+constexpr std::uint64_t kHeapGrowthBound = std::uint64_t{64} * 1024;
 constexpr int kWarmUpTrials = 3;
 // The session of the status query itself.
 constexpr std::uint32_t kStatusSessions = 1;
@@ -98,8 +98,8 @@ long long logTimeMs(const std::string& time, long long near) {
     day.tm_sec = seconds;
     long long at = static_cast<long long>(std::mktime(&day)) * 1000 + millis;
     // A trial that ran over midnight.
-    if (at > near + 12 * 3600 * 1000LL) {
-        at -= 24 * 3600 * 1000LL;
+    if (at > near + 12LL * 3600 * 1000LL) {
+        at -= 24LL * 3600 * 1000LL;
     }
     return at;
 }
@@ -327,11 +327,12 @@ public:
     std::vector<std::string> heapGrowth() const {
         std::vector<std::string> problems;
         for (const auto& [device, figures] : m_heap) {
-            if (figures.size() < 3 * kWarmUpTrials) {
+            if (figures.size() < std::size_t{3} * kWarmUpTrials) {
                 continue;
             }
-            const std::uint64_t first = *std::min_element(figures.begin() + kWarmUpTrials,
-                                                          figures.begin() + 2 * kWarmUpTrials);
+            const std::uint64_t first =
+                *std::min_element(figures.begin() + kWarmUpTrials,
+                                  figures.begin() + std::ptrdiff_t{2} * kWarmUpTrials);
             const std::uint64_t last =
                 *std::min_element(figures.end() - kWarmUpTrials, figures.end());
             if (last > first + kHeapGrowthBound) {

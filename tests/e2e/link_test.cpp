@@ -23,7 +23,7 @@ namespace {
 
 using Kv::Accessory::LinkProfile;
 
-constexpr std::size_t kFileSize = 1024 * 1024;
+constexpr std::size_t kFileSize = std::size_t{1024} * 1024;
 
 const LinkProfile& profileNamed(const std::string& name) {
     const LinkProfile* profile = Kv::Accessory::findLinkProfile(name);

@@ -17,7 +17,7 @@ namespace {
 
 void writeBytes(const std::string& path, std::size_t size) {
     std::ofstream file(path, std::ios::binary | std::ios::trunc);
-    const std::string block(64 * 1024, 'k');
+    const std::string block(std::size_t{64} * 1024, 'k');
     for (std::size_t written = 0; written < size; written += block.size()) {
         file.write(block.data(), static_cast<std::streamsize>(block.size()));
     }

@@ -29,7 +29,7 @@ using namespace DeviceAPI::KVP;
 
 // A profile entry with the given id, role and channels.
 inline KvAgentInitPtr makeInit(const std::string& id, KvRole role = KV_ROLE_PROVIDER,
-                               std::vector<uint16_t> channels = {104}) {
+                               const std::vector<uint16_t>& channels = {104}) {
     auto init = std::make_shared<KvAgentInit>();
     init->id = id;
     init->name = id + " name";

@@ -88,7 +88,6 @@ TEST_F(AgentTest, FindPeerAgentsFollowsTheStateTable) {
     };
     for (const SearchRow& row : rows) {
         SCOPED_TRACE(row.from);
-        KvpFixture::SetUp();
         SetUp();
         found.events.clear();
         toState(row.from);
@@ -123,7 +122,6 @@ TEST_F(AgentTest, RegistrationSuccessFollowsTheStateTable) {
     };
     for (const RegisteredRow& row : rows) {
         SCOPED_TRACE(row.from);
-        KvpFixture::SetUp();
         SetUp();
         toState(row.from);
         DlogCapture log;

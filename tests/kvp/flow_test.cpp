@@ -65,7 +65,7 @@ protected:
         drainLoop();
         KvpDouble::Peer peer(peerId, "phone", "watch");
         KvpDouble::notifications().onServiceCreateConfirm(8, connectionId, peer.get(), 0);
-        const KvSocketPtr socket = connectedSocket(listened);
+        KvSocketPtr socket = connectedSocket(listened);
         if (socket != nullptr) {
             auto statusListener = std::make_shared<EventKvSocketSetSocketStatusListener>();
             statusListener->emitter = emitterFor(status);

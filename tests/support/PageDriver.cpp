@@ -70,7 +70,7 @@ std::string PageDriver::command(const std::string& line, milliseconds timeout) {
         }
         m_buffer.append(chunk, static_cast<size_t>(got));
     }
-    const std::string answer = m_buffer.substr(0, m_buffer.find('\n'));
+    std::string answer = m_buffer.substr(0, m_buffer.find('\n'));
     m_buffer.erase(0, answer.size() + 1);
     return answer;
 }

@@ -10,8 +10,8 @@ namespace {
 using std::chrono::microseconds;
 using std::chrono::milliseconds;
 
-constexpr std::size_t kUnshapedFileChunk = 256 * 1024;
-constexpr std::size_t kUnshapedFileBacklog = 4 * 1024 * 1024;
+constexpr std::size_t kUnshapedFileChunk = std::size_t{256} * 1024;
+constexpr std::size_t kUnshapedFileBacklog = std::size_t{4} * 1024 * 1024;
 
 LinkProfile profile(const char* name, wire::TransportType transport, wire::DeviceType deviceType,
                     std::uint64_t bitsPerSecond, microseconds latency, microseconds jitter,
@@ -41,7 +41,7 @@ std::size_t LinkProfile::fileChunkBytes() const {
         return kUnshapedFileChunk;
     }
     // About 20 ms of the link.
-    return std::clamp<std::size_t>(bandwidth / 50, 4 * 1024, kUnshapedFileChunk);
+    return std::clamp<std::size_t>(bandwidth / 50, std::size_t{4} * 1024, kUnshapedFileChunk);
 }
 
 std::size_t LinkProfile::fileBacklogBytes() const {

@@ -14,7 +14,7 @@
 // number is such a value); integers are truncated toward zero and wrapped
 // to 32 bits as the script's bitwise operators do. A conversion that throws
 // in script is wrong as well.
-//   ArgumentValidator validator(context, argumentCount, arguments);
+//   ArgumentValidator validator(context, static_cast<int>(argumentCount), arguments);
 //   JSObjectRef onSuccess = validator.toFunction(0);
 //   JSObjectRef onError = validator.toFunction(1, true);
 #ifndef KV_PLATFORM_COMMON_ARGUMENT_VALIDATOR_H

@@ -22,7 +22,7 @@ namespace {
 // The units of a text on its way into the engine, which copies them: one
 // buffer per thread, kept for the next text (a fresh one for a large text
 // would be new pages to fault in each time), but not kept beyond a bound.
-constexpr std::size_t kKeptUnits = 4u * 1024u * 1024u;
+constexpr std::size_t kKeptUnits = std::size_t{4} * 1024 * 1024;
 
 char16_t* unitsFor(std::size_t count, std::unique_ptr<char16_t[]>& oneOff) {
     thread_local std::unique_ptr<char16_t[]> kept;

@@ -159,7 +159,10 @@ void PageApp::windowObjectCleared(WebKitFrame* frame, JSGlobalContextRef context
     frameGone(id);
     if (std::find(m_watchedFrames.begin(), m_watchedFrames.end(), id) == m_watchedFrames.end()) {
         m_watchedFrames.push_back(id);
-        g_object_weak_ref(G_OBJECT(frame), frameFinalized, reinterpret_cast<gpointer>(id));
+        // The weak reference's data carries the frame's number itself, as
+        // GLib's pointer-sized data is commonly used.
+        g_object_weak_ref(G_OBJECT(frame), frameFinalized,
+                          reinterpret_cast<gpointer>(id));  // NOLINT(performance-no-int-to-ptr)
     }
     LoggerD("frame " << id << " has a new document: " << webkit_frame_get_uri(frame));
     m_frames.emplace_back(id, std::make_unique<FrameScripts>(*this, context, mainFrame));

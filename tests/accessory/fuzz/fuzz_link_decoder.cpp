@@ -6,7 +6,7 @@
 #include <cstdint>
 
 extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
-    Kv::Accessory::FrameDecoder decoder(64 * 1024);
+    Kv::Accessory::FrameDecoder decoder(std::size_t{64} * 1024);
     decoder.feed(reinterpret_cast<const char*>(data), size);
     try {
         while (auto payload = decoder.next()) {

@@ -129,7 +129,7 @@ struct ServiceProfileFile {
 // The largest service-profile file that is read; a larger one is refused
 // unread (a profile is a few kilobytes; a huge one can only be an attack on
 // whoever reads it).
-inline constexpr std::uintmax_t kMaxServiceProfileFileSize = 256u * 1024u;
+inline constexpr std::uintmax_t kMaxServiceProfileFileSize = std::uintmax_t{256} * 1024;
 
 // Reads the service-profile file at `path` with libxml2's SAX parser. A file
 // larger than kMaxServiceProfileFileSize gives an incomplete, empty result.

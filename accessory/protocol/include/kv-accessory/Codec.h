@@ -27,7 +27,7 @@ inline constexpr std::uint32_t kProtocolVersion = 1;
 
 // The largest payload one frame may carry. A peer that announces more is
 // broken or hostile: its session is closed.
-inline constexpr std::size_t kMaxFrameSize = 4u * 1024u * 1024u;
+inline constexpr std::size_t kMaxFrameSize = std::size_t{4} * 1024 * 1024;
 
 // The largest data one sendData may carry, the same bound that the client
 // library announces to applications (the rest of a frame is headroom for the
