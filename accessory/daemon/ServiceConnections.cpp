@@ -46,12 +46,13 @@ wire::Reply Service::createConnection(SessionId id, const wire::CreateConnection
     if (agent == nullptr || !request.has_peer()) {
         return resultReply(wire::RESULT_INVALID);
     }
+    if (!linked()) {
+        return unlinkedReply(wire::RESULT_GENERAL);
+    }
     const std::uint32_t connectionId = m_nextConnection++;
     Connection connection{connectionId, agent->id, 0, request.peer(), ConnectionState::Asking, {}};
     wire::ConnectionStatus status = wire::CONNECTION_MADE;
-    if (!linked()) {
-        status = wire::CONNECTION_DEVICE_UNREACHABLE;
-    } else if (request.peer().accessory_id() != m_linkSession) {
+    if (request.peer().accessory_id() != m_linkSession) {
         status = wire::CONNECTION_INVALID_PEER_AGENT;  // a peer of an earlier link
     } else {
         status = limitStatus(*agent, request.peer().peer_agent_id());

@@ -20,11 +20,7 @@ wire::Reply Service::findPeers(SessionId id, std::uint32_t agentId) {
         return resultReply(wire::RESULT_INVALID);
     }
     if (!linked()) {
-        wire::Event event;
-        event.mutable_peer_found()->set_agent_id(agentId);
-        event.mutable_peer_found()->set_status(wire::SEARCH_NO_DEVICE);
-        notify(id, event);
-        return resultReply(wire::RESULT_SUCCESS);
+        return unlinkedReply(wire::RESULT_NO_DEVICE);
     }
     const std::uint32_t searchId = m_nextSearch++;
     auto timer = std::make_shared<asio::steady_timer>(m_io, kSearchTimeout);
@@ -113,6 +109,9 @@ void Service::onAgentChanged(const wire::AgentChanged& change) {
 wire::Reply Service::authenticate(SessionId id, const wire::Authenticate& request) {
     if (ownAgent(id, request.agent_id()) == nullptr || !request.has_peer()) {
         return resultReply(wire::RESULT_INVALID);
+    }
+    if (!linked()) {
+        return unlinkedReply(wire::RESULT_NO_DEVICE);
     }
     // A peer is authentic when it is reached over the current link and that
     // link's other end proved, in the TLS handshake, that it holds the pinned

@@ -101,7 +101,10 @@ wire::Reply Service::pushFile(SessionId id, const wire::PushFile& request) {
     if (agent == nullptr || !request.has_peer() || request.path().empty()) {
         return resultReply(wire::RESULT_INVALID);
     }
-    if (!linked() || request.peer().accessory_id() != m_linkSession) {
+    if (!linked()) {
+        return unlinkedReply(wire::RESULT_NO_DEVICE);
+    }
+    if (request.peer().accessory_id() != m_linkSession) {
         return resultReply(wire::RESULT_NO_DEVICE);
     }
     if (!appMayUse(request.path(), packageOf(id))) {

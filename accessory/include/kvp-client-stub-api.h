@@ -227,12 +227,13 @@ int deRegisterServiceAgent(unsigned int agentId);
 
 /* Searches the attached device for agents of the same profile and the opposite role; each is
    reported through kvp_OnPeerAgent (status 0), then the search ends with status 4 or fails with
-   1-3. */
+   1-3. With no device attached the call itself fails with KVP_ERROR_NO_DEVICE. */
 int findPeerAgent(unsigned int agentId);
 
 /* Asks `peer` for a connection. Its outcome comes with
    kvp_OnServiceCreateConfirm, unless the call itself fails: it then returns
-   KVP_ERROR_GENERAL (the service can't be reached, or does not know the agent). */
+   KVP_ERROR_GENERAL (the service can't be reached, does not know the agent,
+   or no device is attached). */
 int createServiceConnection(unsigned int agentId, const kvp_peer_agent_t* peer);
 int acceptServiceConnection(unsigned int agentId, unsigned int connectionId,
                             const kvp_peer_agent_t* peer);
@@ -251,6 +252,8 @@ int sendData(unsigned int connectionId, unsigned short channelId, unsigned int l
 int sendSecureData(unsigned int connectionId, unsigned short channelId, unsigned int length,
                    const char* data);
 
+/* Asks whether `peer` is authentic: the answer comes with kvp_OnAuthenticateIndication, unless
+   the call itself fails (KVP_ERROR_NO_DEVICE with no device attached). */
 int authenticatePeerAgent(unsigned int agentId, const kvp_peer_agent_t* peer);
 
 /* Offers the file at `path` (a KVP_PATH_BUFFER_SIZE buffer) to `peer` on behalf of `agentId`.

@@ -235,6 +235,73 @@ TEST_P(PendingRequestsAtLinkLoss, EndBeforeTheLinkKeySaysDown) {
         << testing::PrintToString(heard.log);
 }
 
+// A request made after the service has told of the link's loss, but before
+// the app has heard of it, fails in its reply: an answer that came in a later
+// notification would reach the app after the loss, when it has forgotten the
+// request's agent.
+class RequestsBeforeTheLossIsHeard : public PendingRequestsAtLinkLoss {
+protected:
+    // Makes `request` and returns what the call itself answered.
+    int requestNow(const std::string& request) {
+        kvp_peer_agent_t peer = heard.peers.front().record();
+        if (request == "search") {
+            return findPeerAgent(heard.agentId);
+        }
+        if (request == "connection") {
+            return createServiceConnection(heard.agentId, &peer);
+        }
+        if (request == "authentication") {
+            return authenticatePeerAgent(heard.agentId, &peer);
+        }
+        const std::string file = devices.beta() + "/fs/opt/usr/media/Documents/offer.txt";
+        Kv::Device::writeFileAtomically(file, "a file offered too late\n");
+        char path[] = "/opt/usr/media/Documents/offer.txt";
+        return pushFile(path, &peer, heard.agentId);
+    }
+
+    // Each call's own failure, as the library's header states it.
+    static int callFailure(const std::string& request) {
+        return request == "search" || request == "authentication" ? KVP_ERROR_NO_DEVICE
+                                                                  : KVP_ERROR_GENERAL;
+    }
+
+    // The notification that would have answered the request.
+    static std::string answerOf(const std::string& request) {
+        if (request == "search") {
+            return "search";
+        }
+        if (request == "connection") {
+            return "connection";
+        }
+        return request == "authentication" ? "authenticated" : "file";
+    }
+};
+
+TEST_P(RequestsBeforeTheLossIsHeard, FailInTheirReplyAndAreNotAnsweredLater) {
+    const auto& [request, way] = GetParam();
+    loseLink(way);
+    // The service knows; the app, whose main loop has not run, does not.
+    ASSERT_TRUE(devices.waitLinked(devices.beta(), false));
+    EXPECT_EQ(requestNow(request), callFailure(request));
+    const auto limit = Kv::Accessory::kLinkSilenceLimit + std::chrono::seconds(8);
+    ASSERT_TRUE(runMainLoopUntil([] { return heardFirst("link key 0") != heard.log.end(); }, limit))
+        << testing::PrintToString(heard.log);
+    runMainLoopFor(std::chrono::milliseconds(300));
+    EXPECT_TRUE(heardFirst(answerOf(request)) == heard.log.end())
+        << "answered after the loss: " << testing::PrintToString(heard.log);
+    EXPECT_TRUE(heardFirst("device 0") != heard.log.end()) << testing::PrintToString(heard.log);
+}
+
+INSTANTIATE_TEST_SUITE_P(
+    EveryRequest, RequestsBeforeTheLossIsHeard,
+    testing::Combine(testing::Values("search", "connection", "authentication", "file"),
+                     testing::Values("detach", "peer-killed")),
+    [](const testing::TestParamInfo<std::tuple<std::string, std::string>>& info) {
+        std::string name = std::get<0>(info.param) + "_" + std::get<1>(info.param);
+        std::replace(name.begin(), name.end(), '-', '_');
+        return name;
+    });
+
 INSTANTIATE_TEST_SUITE_P(
     EveryRequestEveryWay, PendingRequestsAtLinkLoss,
     testing::Combine(testing::Values("search", "connection", "authentication", "file"),

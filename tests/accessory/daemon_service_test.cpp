@@ -73,9 +73,12 @@ TEST_F(DaemonServiceTest, ReportsNoDeviceWhenTheLinkIsDown) {
     const std::uint32_t agent = consumer->registerAgent("/test/echo");
     devices.setLink(devices.alpha(), false);
     ASSERT_TRUE(devices.waitLinked(devices.alpha(), false));
-    int status = -1;
-    EXPECT_TRUE(consumer->findPeers(agent, &status).empty());
-    EXPECT_EQ(status, 1);
+    wire::Request request;
+    request.mutable_find_peers()->set_agent_id(agent);
+    EXPECT_EQ(consumer->call(request).result(), wire::RESULT_NO_DEVICE);
+    // The reply is the whole answer: no search event follows it.
+    EXPECT_FALSE(consumer->waitEvent([](const wire::Event& e) { return e.has_peer_found(); },
+                                     milliseconds(300)));
 }
 
 TEST_F(DaemonServiceTest, AnUnknownAgentIsAnInvalidArgument) {
