@@ -42,13 +42,6 @@ inline wire::Reply resultReply(wire::Result code) {
     return reply;
 }
 
-// The reply to a search, connection request, authentication or file offer
-// made while no device is linked. It fails in the reply itself, never in a
-// later event: the app may not yet have heard of the detach that the service
-// has already told it of, and once it has, it forgets the request's agent and
-// would drop an answer that came after. A failed call it answers at once.
-inline wire::Reply unlinkedReply(wire::Result failure) { return resultReply(failure); }
-
 class Service {
 public:
     // `profile` is the kind of link the device has (its transport, the
@@ -273,6 +266,11 @@ private:
     void holdLinkFor(SessionId id);
     void channelsOf(std::uint32_t agentId,
                     google::protobuf::RepeatedField<std::uint32_t>* channels) const;
+    // While no device is linked, a search, connection request, authentication
+    // or file offer fails in its reply, never in a later event: the app may
+    // not yet have heard of the detach that the service has already told it
+    // of, and once it has, it forgets the request's agent and would drop an
+    // answer that came after. A failed call it answers at once.
     bool linked() const { return m_link != nullptr && m_link->isUp(); }
     bool secureLink() const { return m_link != nullptr && m_link->secure(); }
 

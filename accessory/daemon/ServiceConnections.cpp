@@ -47,7 +47,7 @@ wire::Reply Service::createConnection(SessionId id, const wire::CreateConnection
         return resultReply(wire::RESULT_INVALID);
     }
     if (!linked()) {
-        return unlinkedReply(wire::RESULT_GENERAL);
+        return resultReply(wire::RESULT_GENERAL);
     }
     const std::uint32_t connectionId = m_nextConnection++;
     Connection connection{connectionId, agent->id, 0, request.peer(), ConnectionState::Asking, {}};

@@ -20,7 +20,7 @@ wire::Reply Service::findPeers(SessionId id, std::uint32_t agentId) {
         return resultReply(wire::RESULT_INVALID);
     }
     if (!linked()) {
-        return unlinkedReply(wire::RESULT_NO_DEVICE);
+        return resultReply(wire::RESULT_NO_DEVICE);
     }
     const std::uint32_t searchId = m_nextSearch++;
     auto timer = std::make_shared<asio::steady_timer>(m_io, kSearchTimeout);
@@ -111,7 +111,7 @@ wire::Reply Service::authenticate(SessionId id, const wire::Authenticate& reques
         return resultReply(wire::RESULT_INVALID);
     }
     if (!linked()) {
-        return unlinkedReply(wire::RESULT_NO_DEVICE);
+        return resultReply(wire::RESULT_NO_DEVICE);
     }
     // A peer is authentic when it is reached over the current link and that
     // link's other end proved, in the TLS handshake, that it holds the pinned

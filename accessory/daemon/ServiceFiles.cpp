@@ -102,7 +102,7 @@ wire::Reply Service::pushFile(SessionId id, const wire::PushFile& request) {
         return resultReply(wire::RESULT_INVALID);
     }
     if (!linked()) {
-        return unlinkedReply(wire::RESULT_NO_DEVICE);
+        return resultReply(wire::RESULT_NO_DEVICE);
     }
     if (request.peer().accessory_id() != m_linkSession) {
         return resultReply(wire::RESULT_NO_DEVICE);
