@@ -39,6 +39,10 @@ expect "./kv alone" 2 stderr "^kv: a command is needed; try '\./kv --help'\$" --
 expect "./kv frob" 2 stderr "^kv: unknown command 'frob'; try '\./kv --help'\$" -- ./kv frob
 expect "./kv test --frob" 2 stderr "^kv: unknown option '--frob' for test; try" -- ./kv test --frob
 expect "./kv fuzz" 2 stderr "^kv: fuzz needs a whole number of SECONDS" -- ./kv fuzz
+expect "./kv repeat" 2 stderr "^kv: repeat needs a number of RUNS" -- ./kv repeat
+expect "./kv repeat 0" 2 stderr "^kv: repeat needs a number of RUNS" -- ./kv repeat 0
+expect "./kv repeat 3 --frob" 2 stderr "^kv: unknown option '--frob' for repeat; try" -- ./kv repeat 3 --frob
+expect "./kv soak frob" 2 stderr "^kv: soak has no part 'frob' \(parts: delivery files recovery sessions chaos faults\)" -- ./kv soak chaos frob
 expect "./kv pair-run --help" 0 stdout '^Runs two apps' -- ./kv pair-run --help
 expect "./kv pair-run --version" 0 stdout "^kv pair-run $version\$" -- ./kv pair-run --version
 expect "./kv pair-run one app" 2 stderr "^kv pair-run: two app folders are needed.*try '\./kv pair-run --help'" -- ./kv pair-run examples/watch-sensor
