@@ -61,9 +61,11 @@ std::unique_ptr<ChildProcess> PageDevice::start(const std::string& appId,
 }
 
 ProcessResult PageDevice::run(const std::string& appId, const std::vector<std::string>& options,
-                              const std::vector<std::string>& arguments) const {
-    return runProcess(command(appId, options, arguments), environmentFor(m_dir.file("kv.log")),
-                      std::chrono::seconds(60));
+                              const std::vector<std::string>& arguments,
+                              const std::map<std::string, std::string>& environment) const {
+    std::map<std::string, std::string> merged = environmentFor(m_dir.file("kv.log"));
+    merged.insert(environment.begin(), environment.end());
+    return runProcess(command(appId, options, arguments), merged, std::chrono::seconds(60));
 }
 
 std::string PageDevice::log() const { return readFile(m_dir.file("kv.log")); }

@@ -8,6 +8,7 @@
 #include "ChildProcess.h"
 #include "TestFiles.h"
 
+#include <map>
 #include <memory>
 #include <string>
 #include <vector>
@@ -33,9 +34,10 @@ public:
     std::unique_ptr<ChildProcess> start(const std::string& appId,
                                         const std::vector<std::string>& options,
                                         const std::vector<std::string>& arguments = {}) const;
-    // The same, to its end.
+    // The same, to its end, with `environment` added to the device's.
     ProcessResult run(const std::string& appId, const std::vector<std::string>& options,
-                      const std::vector<std::string>& arguments = {}) const;
+                      const std::vector<std::string>& arguments = {},
+                      const std::map<std::string, std::string>& environment = {}) const;
 
     std::string dir() const { return m_dir.file("device"); }
     // A path in the test's folder (outside the device).

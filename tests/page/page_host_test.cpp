@@ -194,6 +194,27 @@ TEST_F(PageHost, StopsTheAppWhenItsTimeIsUp) {
     EXPECT_EQ(hooks.back().rfind("on_widget_stop_callback", 0), 0u);
 }
 
+// The time limit counts from the app's start, as the script host's does: a
+// page whose process is slow to start (its plug-in's start hook holds it
+// three seconds) still loads and has its whole two seconds.
+TEST_F(PageHost, CountsTheTimeLimitFromThePagesStart) {
+    const std::string app = device.install("idle");
+    const auto started = std::chrono::steady_clock::now();
+    const ProcessResult result =
+        device.run(app, with(PageDevice::hostTestPlugin(), {"--timeout", "2"}), {},
+                   {{"KV_HOST_TEST_START_DELAY_MS", "3000"}});
+    EXPECT_GE(std::chrono::steady_clock::now() - started, seconds(5));
+    EXPECT_EQ(result.exitCode, 124);
+    EXPECT_NE(result.err.find("idlepage1.Idle did not end within 2 seconds; stopped\n"),
+              std::string::npos)
+        << result.err;
+    EXPECT_EQ(logMessages(device.log(), "on_frame_load_callback").size(), 1u);
+    const std::vector<std::string> hooks = logMessages(device.log(), "_callback");
+    ASSERT_GE(hooks.size(), 2u);
+    EXPECT_EQ(hooks[hooks.size() - 2].rfind("on_frame_unload_callback", 0), 0u);
+    EXPECT_EQ(hooks.back().rfind("on_widget_stop_callback", 0), 0u);
+}
+
 TEST_F(PageHost, StopsAPageWhoseScriptNeverReturns) {
     const std::string app = device.install("runaway");
     auto page = device.start(app, with(PageDevice::hostTestPlugin(),

@@ -28,6 +28,11 @@ namespace {
 constexpr guint kStopGraceMs = 5000;
 // How long the page's process may take to end once the page is closed.
 constexpr gint64 kPageExitGraceMs = 2000;
+// An app's time limit counts from its start: for a page, from when the
+// engine's page process runs the plug-ins, as the script host counts from
+// when its engine is ready. Until then the engine may take this much more,
+// so that a page whose process never starts is still stopped.
+constexpr guint kPageStartAllowanceMs = 30000;
 
 void say(const std::string& text) {
     std::fprintf(stderr, "kv-runtime: %s\n", text.c_str());
@@ -164,17 +169,7 @@ void PageSession::loadPage() {
 }
 
 void PageSession::startTimers() {
-    if (m_settings.run.timeoutSeconds) {
-        m_timeoutSource = g_timeout_add(
-            static_cast<guint>(*m_settings.run.timeoutSeconds * 1000),
-            [](gpointer data) -> gboolean {
-                auto* session = static_cast<PageSession*>(data);
-                session->m_timeoutSource = 0;
-                session->stop(ExitReason::Timeout);
-                return G_SOURCE_REMOVE;
-            },
-            this);
-    }
+    startTimeLimit(kPageStartAllowanceMs);
     if (m_settings.run.page.screenshotsDir) {
         m_captureSource = g_timeout_add(
             static_cast<guint>(m_settings.run.page.everyMilliseconds),
@@ -184,6 +179,26 @@ void PageSession::startTimers() {
             },
             this);
     }
+}
+
+// The app's time limit, from now, plus `allowanceMs`; a limit running
+// already is replaced.
+void PageSession::startTimeLimit(guint allowanceMs) {
+    if (!m_settings.run.timeoutSeconds) {
+        return;
+    }
+    if (m_timeoutSource != 0) {
+        g_source_remove(m_timeoutSource);
+    }
+    m_timeoutSource = g_timeout_add(
+        static_cast<guint>(*m_settings.run.timeoutSeconds * 1000) + allowanceMs,
+        [](gpointer data) -> gboolean {
+            auto* session = static_cast<PageSession*>(data);
+            session->m_timeoutSource = 0;
+            session->stop(ExitReason::Timeout);
+            return G_SOURCE_REMOVE;
+        },
+        this);
 }
 
 void PageSession::captureEvery() {
@@ -208,6 +223,9 @@ void PageSession::pageStarted(pid_t pid) {
         // The engine replaced the page's process: the old one is no app any
         // more.
         Device::unregisterRunningApp(m_pagePid);
+    }
+    if (!m_started && !m_stopping && !m_finishing) {
+        startTimeLimit(0);
     }
     m_pagePid = pid;
     m_started = true;

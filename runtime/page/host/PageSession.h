@@ -66,6 +66,7 @@ private:
     void connectSignals();
     void loadPage();
     void startTimers();
+    void startTimeLimit(guint allowanceMs);
     void pageStarted(pid_t pid);
     void stop(Runtime::ExitReason reason);
     void ended(Runtime::ExitReason reason, int code);

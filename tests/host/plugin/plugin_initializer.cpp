@@ -7,15 +7,23 @@
 #include <JavaScriptCore/JavaScript.h>
 #include <Logger.h>
 #include <wrt_plugin_export.h>
+#include <chrono>
+#include <cstdlib>
 #include <map>
 #include <string>
+#include <thread>
 
 namespace {
 
 using namespace DeviceAPI::HostTest;
 
+// KV_HOST_TEST_START_DELAY_MS holds the widget's start that long: a device
+// slow to start an app.
 void onWidgetStart(int widgetId) {
     LoggerI("on_widget_start_callback (" << widgetId << ")");
+    if (const char* delay = std::getenv("KV_HOST_TEST_START_DELAY_MS")) {
+        std::this_thread::sleep_for(std::chrono::milliseconds(std::atoi(delay)));
+    }
     startAccessControl(widgetId);
 }
 
