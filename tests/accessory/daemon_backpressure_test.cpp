@@ -115,7 +115,7 @@ TEST_F(BackPressureTest, AFastSenderWaitsForASlowReaderAndNothingIsLost) {
     }
     flood.finish();
     EXPECT_EQ(flood.sent(), kCount);
-#if !defined(__SANITIZE_ADDRESS__)  // which keeps freed memory in quarantine
+#if !defined(KV_SANITIZED)  // which keeps freed memory in quarantine
     // What each daemon held at its peak: the queues' bounds and the frames
     // in hand, far below what went through.
     const std::size_t peak = 4 * kPauseSendersAbove;

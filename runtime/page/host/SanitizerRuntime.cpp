@@ -11,14 +11,20 @@ namespace Page {
 
 namespace {
 
-// The file of the sanitizer's runtime this process has loaded, if any.
+// The file of the sanitizer's runtime this process has loaded, if any: GCC's
+// or clang's.
 std::string loadedSanitizerRuntime() {
     std::ifstream maps("/proc/self/maps");
     std::string line;
     while (std::getline(maps, line)) {
         const auto path = line.find('/');
-        if (path != std::string::npos && line.find("/libasan.so", path) != std::string::npos) {
-            return line.substr(path);
+        if (path == std::string::npos) {
+            continue;
+        }
+        for (const char* name : {"/libasan.so", "/libclang_rt.asan-"}) {
+            if (line.find(name, path) != std::string::npos) {
+                return line.substr(path);
+            }
         }
     }
     return {};
