@@ -147,6 +147,18 @@ function sendMessage(channel) {
     }
 }
 
+// A control line on channel 120; a link lost at that moment refuses it,
+// and the loss is told next.
+function sendControl(on, text) {
+    try {
+        on.sendData(120, text);
+        return true;
+    } catch (error) {
+        log('refused', 120, text.replace(' ', '-'), error.name);
+        return false;
+    }
+}
+
 function talk(on) {
     var tick = function () {
         if (broken || socket !== on) {
@@ -231,8 +243,9 @@ function opened(newSocket) {
         }
         lossTold('connection ' + reason);
     });
-    newSocket.sendData(120, 'hello ' + number);
-    log('hello', number);
+    if (sendControl(newSocket, 'hello ' + number)) {
+        log('hello', number);
+    }
     if (conversation === null) {
         conversation = number;
         log('conversation on', number);
@@ -242,7 +255,7 @@ function opened(newSocket) {
         }
         talk(newSocket);
     } else {
-        newSocket.sendData(120, 'again');
+        sendControl(newSocket, 'again');
     }
 }
 
