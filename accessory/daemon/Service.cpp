@@ -73,6 +73,7 @@ void Service::removeSession(SessionId id) {
 
 void Service::closeAll() {
     std::vector<std::shared_ptr<ClientChannel>> channels;
+    channels.reserve(m_sessions.size());
     for (auto& [id, session] : m_sessions) {
         channels.push_back(session.channel);
     }
@@ -328,6 +329,7 @@ void Service::onLinkDown() {
     }
     const std::vector<std::pair<SessionId, wire::Event>> lostData = takeLostData();
     std::vector<std::uint32_t> connections;
+    connections.reserve(m_connections.size());
     for (const auto& [connectionId, connection] : m_connections) {
         connections.push_back(connectionId);
     }
@@ -347,6 +349,7 @@ void Service::onLinkDown() {
     }
     m_searches.clear();
     std::vector<int> transfers;
+    transfers.reserve(m_transfers.size());
     for (const auto& [transactionId, transfer] : m_transfers) {
         transfers.push_back(transactionId);
     }

@@ -99,6 +99,7 @@ std::vector<ServiceProfile> parseProfiles(const std::string& path) {
                 << " profile(s) closed before the error count");
     }
     std::vector<ServiceProfile> profiles;
+    profiles.reserve(file.profiles.size());
     for (const ServiceProfileRecord& record : file.profiles) {
         profiles.push_back(toServiceProfile(record));
     }

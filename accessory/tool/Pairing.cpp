@@ -164,7 +164,7 @@ void unpair(const std::string& device) {
         request.mutable_set_link()->set_enabled(true);
         control(device, request);
     } catch (const std::runtime_error&) {
-        // No daemon runs: nothing is linked.
+        return;  // no daemon runs: nothing is linked
     }
 }
 

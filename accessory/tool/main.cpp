@@ -194,10 +194,12 @@ bool confirmCode(const std::string& code, const std::string& fingerprint) {
 
 void pairRemotely(const std::string& device, const Arguments& arguments) {
     const bool listen = arguments.has("listen");
-    const std::string hostPort = *arguments.value(listen ? "listen" : "connect");
+    const std::string hostPort = arguments.value(listen ? "listen" : "connect").value_or("");
     const auto listening = [&](unsigned short port) {
         const std::string host = hostPort.substr(0, hostPort.rfind(':'));
-        std::cout << "waiting for the other device on " << host << ":" << port << std::endl;
+        // Flushed: the person at the other device waits for this line.
+        std::cout << "waiting for the other device on " << host << ":" << port << '\n'
+                  << std::flush;
     };
     switch (pairOverNetwork(device, listen, hostPort, confirmCode, listening)) {
         case PairingOutcome::Paired:
@@ -299,7 +301,7 @@ void setLink(const std::string& device, bool enabled) {
 
 // A whole number of at least `least` from an option's text.
 std::uint64_t count(const Arguments& arguments, const std::string& option, std::uint64_t least) {
-    const std::string text = *arguments.value(option);
+    const std::string text = arguments.value(option).value_or("");
     if (text.empty() || text.size() > 18 ||
         text.find_first_not_of("0123456789") != std::string::npos || std::stoull(text) < least) {
         throw UsageError("--" + option + " takes a whole number of at least " +
@@ -389,7 +391,8 @@ void traceCommand(const Arguments& arguments, const Folders& folders) {
     const bool json = arguments.has("json");
     const std::string device = oneDevice(folders, "trace");
     followTrace(device, [json](const wire::TraceEvent& event) {
-        std::cout << (json ? traceJson(event) : traceText(event)) << std::endl;
+        // Flushed per event: whoever follows the trace sees it as it happens.
+        std::cout << (json ? traceJson(event) : traceText(event)) << '\n' << std::flush;
         return static_cast<bool>(std::cout);
     });
     std::cerr << "kv-accessory: the service of " << device << " ended the trace\n";

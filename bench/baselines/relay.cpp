@@ -467,6 +467,7 @@ int echo(const Options& options) {
             }
         });
     } catch (const std::exception&) {
+        return 0;  // the relay closed the stream: the run is over
     }
     return 0;
 }

@@ -77,8 +77,7 @@ int runInstalledApp(const CommandLine& line, const Device::AppInfo& app) {
     LoggerI("running " << app.appId << " as widget " << options.widgetId);
     const AppRunResult result = runApp(options);
     if (result.reason == ExitReason::Timeout) {
-        printError(app.appId + " did not end within " + formatSeconds(*line.run.timeoutSeconds) +
-                   " seconds; stopped");
+        printError(timeLimitReached(app.appId, line.run));
     }
     return result.exitCode;
 }

@@ -25,7 +25,7 @@ namespace KVP {
 // missing: a missing one is a failed read (and the getter answers undefined)
 // rather than a script object without a record behind it.
 template <class T>
-const DPL::SharedPtr<T>& presentRecord(const DPL::SharedPtr<T>& record) {
+DPL::SharedPtr<T> presentRecord(const DPL::SharedPtr<T>& record) {
     if (record == nullptr) {
         ThrowMsg(WrtDeviceApis::Commons::NullPointerException, "Record is null");
     }

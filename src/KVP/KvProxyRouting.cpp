@@ -337,11 +337,13 @@ void KvProxy::OnServiceTerminationIndication(unsigned long connectionId, int rea
         if (record.connectionId != connectionId) {
             continue;
         }
-        const SoftResetingService finished = record;
+        // Taken out of the record before it is erased.
+        const auto agent = record.agent;
+        const auto peerAgent = record.peerAgent;
         softResetingServices.erase(record);
-        if (finished.agent != nullptr && finished.peerAgent != nullptr) {
+        if (agent != nullptr && peerAgent != nullptr) {
             LoggerI("serviceConnectionRequest set while softReset");
-            requestServiceConnectionPriv(finished.agent, finished.peerAgent);
+            requestServiceConnectionPriv(agent, peerAgent);
         }
         break;
     }

@@ -25,7 +25,8 @@ constexpr int kWarmUpSessions = 50;
 
 int trials() {
     const char* text = std::getenv("KV_SESSION_TRIALS");
-    return text && std::atoi(text) > kWarmUpSessions ? std::atoi(text) : 300;
+    const int asked = text != nullptr ? std::stoi(text) : 0;
+    return asked > kWarmUpSessions ? asked : 300;
 }
 
 std::uint64_t heapInUse(const std::string& device) {
@@ -89,7 +90,8 @@ TEST(DaemonSessions, LeaveTheHeapAsTheFirstOnesLeftIt) {
 // (50 by default), as many more leave the heap as it was.
 TEST(DaemonSessions, LinksMadeAndDroppedLeaveTheHeapAsTheFirstOnesLeftIt) {
     const char* text = std::getenv("KV_LINK_CYCLES");
-    const int cycles = text && std::atoi(text) > 0 ? std::atoi(text) : 50;
+    const int asked = text != nullptr ? std::stoi(text) : 0;
+    const int cycles = asked > 0 ? asked : 50;
     DevicePair devices;
     startWithoutThreadCache(devices);
     const auto dropAndRelink = [&devices] {

@@ -38,6 +38,7 @@ protected:
 
 std::vector<std::uint16_t> channelIds(const ServiceProfileRecord& profile) {
     std::vector<std::uint16_t> ids;
+    ids.reserve(profile.channels.size());
     for (const ServiceChannelRecord& channel : profile.channels) {
         ids.push_back(channel.id);
     }

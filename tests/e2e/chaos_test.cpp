@@ -86,10 +86,13 @@ std::vector<std::string> appLines(const std::string& path, const std::string& la
 // A daemon log's time of day ("HH:MM:SS.mmm", local) as ms since the
 // epoch, on the day of `near`.
 long long logTimeMs(const std::string& time, long long near) {
-    int hours = 0, minutes = 0, seconds = 0, millis = 0;
-    if (std::sscanf(time.c_str(), "%d:%d:%d.%d", &hours, &minutes, &seconds, &millis) != 4) {
+    if (time.size() < 12 || time[2] != ':' || time[5] != ':' || time[8] != '.') {
         return 0;
     }
+    const int hours = std::stoi(time.substr(0, 2));
+    const int minutes = std::stoi(time.substr(3, 2));
+    const int seconds = std::stoi(time.substr(6, 2));
+    const int millis = std::stoi(time.substr(9, 3));
     const std::time_t nearSeconds = static_cast<std::time_t>(near / 1000);
     std::tm day{};
     localtime_r(&nearSeconds, &day);

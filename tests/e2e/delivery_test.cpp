@@ -17,7 +17,7 @@ namespace {
 // `name`, or `fallback` (the soak run asks for many more).
 int trials(const char* name, int fallback) {
     const char* given = std::getenv(name);
-    return given != nullptr ? std::atoi(given) : fallback;
+    return given != nullptr ? std::stoi(given) : fallback;
 }
 
 }  // namespace

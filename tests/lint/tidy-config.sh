@@ -7,11 +7,12 @@
 #    leave a function marked noexcept is one of them.
 # 3. Our headers are checked, the generated Protocol Buffers headers (".pb.h")
 #    are not, even in a folder of ours.
-# Exits with 77 (skipped) when clang-tidy is not installed.
+# Exits with 77 (skipped) when the lint's clang-tidy is not installed.
 set -euo pipefail
 
 SOURCE="$(cd "${1:?usage: tidy-config.sh SOURCE_DIR}" && pwd)"
-command -v clang-tidy >/dev/null 2>&1 || { echo "clang-tidy is not installed"; exit 77; }
+TIDY="$SOURCE/tools/tidy.sh"
+"$TIDY" --version >/dev/null 2>&1 || { echo "the lint's clang-tidy is not installed"; exit 77; }
 
 scratch="$(mktemp -d)"
 trap 'rm -rf "$scratch"' EXIT
@@ -21,7 +22,7 @@ failures=0
 # Runs clang-tidy with the project's configuration; prints its output and
 # returns its exit status.
 tidy() {
-    clang-tidy --quiet --config-file="$SOURCE/.clang-tidy" "$@" -- -std=c++20 \
+    "$TIDY" --config-file="$SOURCE/.clang-tidy" "$@" -- -std=c++20 \
         -I"$scratch/accessory" -I"$scratch/build/accessory" 2>&1
 }
 

@@ -76,7 +76,7 @@ int main(int argc, char** argv) {
         return 0;
     }
     if (argc >= 4 && std::strcmp(argv[1], "threads") == 0) {
-        writeFromThreads(std::atoi(argv[2]), std::atoi(argv[3]));
+        writeFromThreads(std::stoi(argv[2]), std::stoi(argv[3]));
         return 0;
     }
     return 2;

@@ -64,6 +64,7 @@ TEST(DplSingletonTest, InstanceIsMadeOnceOnFirstUseEvenFromManyThreads) {
     EXPECT_EQ(Counted::constructions, 0);
     std::vector<std::thread> threads;
     std::vector<Counted*> seen(8, nullptr);
+    threads.reserve(seen.size());
     for (size_t i = 0; i < seen.size(); ++i) {
         threads.emplace_back([&seen, i] { seen[i] = &DPL::Singleton<Counted>::Instance(); });
     }

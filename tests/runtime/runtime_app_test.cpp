@@ -182,6 +182,17 @@ TEST_F(RuntimeAppTest, UsageErrorsExitWith2AndAOneLineHint) {
     EXPECT_EQ(unknown.err, "kv-runtime: unknown command 'launch'; try 'kv-runtime --help'\n");
 }
 
+TEST_F(RuntimeAppTest, APositionIsTwoWholeNumbersOfPixels) {
+    for (const std::string position :
+         {"10", "10,", ",10", "10,20,30", "-1,5", "10,x", " 1,2", "+1,2"}) {
+        const ProcessResult result =
+            runProcess({KV_RUNTIME_PATH, "run", "x.App", "--position", position}, environment());
+        EXPECT_EQ(result.exitCode, 2) << position;
+        EXPECT_EQ(result.err, "kv-runtime: --position needs X,Y, two numbers of pixels, not '" +
+                                  position + "'; try 'kv-runtime --help'\n");
+    }
+}
+
 TEST_F(RuntimeAppTest, DeviceOptionMayFollowTheCommandAndItsOperands) {
     const std::string app = install("where0002", "runtime.exit(0);\n");
     const ProcessResult list =

@@ -34,10 +34,10 @@ int CommandLine::run(int argc, const char* const argv[],
     try {
         return answer(parse(argc, argv), body);
     } catch (const UsageError& error) {
-        std::cerr << hint(error.what()) << std::endl;
+        std::cerr << hint(error.what()) << '\n';
         return kUsageExitCode;
     } catch (const std::exception& error) {
-        std::cerr << m_program << ": " << error.what() << std::endl;
+        std::cerr << m_program << ": " << error.what() << '\n';
         return kFailureExitCode;
     }
 }

@@ -18,6 +18,7 @@ constexpr char kShortOptions[] = "-:h";
 
 std::vector<struct option> optionTable(const std::vector<Option>& options) {
     std::vector<struct option> table;
+    table.reserve(options.size() + 1);
     for (std::size_t i = 0; i < options.size(); ++i) {
         table.push_back({options[i].name.c_str(),
                          options[i].kind == Option::WithValue ? required_argument : no_argument,

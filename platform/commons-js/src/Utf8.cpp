@@ -20,7 +20,7 @@ char32_t nextCodePoint(const char16_t* units, std::size_t length, std::size_t& a
     if (isHighSurrogate(unit) && at < length && isLowSurrogate(units[at])) {
         return 0x10000 + ((char32_t(unit) - 0xD800) << 10) + (char32_t(units[at++]) - 0xDC00);
     }
-    return isHighSurrogate(unit) || isLowSurrogate(unit) ? kReplacement : unit;
+    return isHighSurrogate(unit) || isLowSurrogate(unit) ? kReplacement : char32_t{unit};
 }
 
 std::size_t utf8Length(char32_t point) {

@@ -15,7 +15,7 @@ namespace {
 // `folder`/`relative` when that exists, made canonical.
 std::optional<fs::path> existing(const fs::path& folder, const char* relative) {
     std::error_code error;
-    const fs::path path = fs::canonical(folder / relative, error);
+    fs::path path = fs::canonical(folder / relative, error);
     if (error) {
         return std::nullopt;
     }

@@ -2,10 +2,12 @@
 
 #include <kv-cli/UsageError.h>
 
+#include <charconv>
 #include <cmath>
 #include <cstdio>
 #include <cstdlib>
 #include <sstream>
+#include <string_view>
 
 namespace Kv {
 namespace Runtime {
@@ -37,11 +39,20 @@ int parseEvery(const std::string& text) {
     return static_cast<int>(milliseconds);
 }
 
+// A whole number of pixels that is all of `text`, or -1.
+int pixels(std::string_view text) {
+    int value = -1;
+    const char* end = text.data() + text.size();
+    const auto [stop, error] = std::from_chars(text.data(), end, value);
+    return error == std::errc() && stop == end && !text.empty() ? value : -1;
+}
+
 std::pair<int, int> parsePosition(const std::string& text) {
-    int x = 0;
-    int y = 0;
-    char end = 0;
-    if (std::sscanf(text.c_str(), "%d,%d%c", &x, &y, &end) != 2 || x < 0 || y < 0) {
+    const std::size_t comma = text.find(',');
+    const int x = comma == std::string::npos ? -1 : pixels(std::string_view(text).substr(0, comma));
+    const int y =
+        comma == std::string::npos ? -1 : pixels(std::string_view(text).substr(comma + 1));
+    if (x < 0 || y < 0) {
         throw UsageError("--position needs X,Y, two numbers of pixels, not '" + text + "'");
     }
     return {x, y};
@@ -71,6 +82,11 @@ std::string formatSeconds(double seconds) {
     std::ostringstream text;
     text << seconds;
     return text.str();
+}
+
+std::string timeLimitReached(const std::string& appId, const RunOptions& options) {
+    return appId + " did not end within " + formatSeconds(options.timeoutSeconds.value_or(0)) +
+           " seconds; stopped";
 }
 
 bool PageOptions::any() const {

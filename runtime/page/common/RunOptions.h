@@ -57,6 +57,10 @@ RunOptions readRunOptions(const Cli::Arguments& arguments);
 // Seconds as a person writes them: "20", "0.5".
 std::string formatSeconds(double seconds);
 
+// What a host says of the app `appId` that it stopped at the time limit of
+// `options`.
+std::string timeLimitReached(const std::string& appId, const RunOptions& options);
+
 // The same options as words of a command line.
 std::vector<std::string> runOptionWords(const RunOptions& options);
 

@@ -86,8 +86,7 @@ int PageSession::run() {
                  });
     g_main_loop_run(m_loop);
     if (m_reason == ExitReason::Timeout) {
-        say(m_settings.app.appId + " did not end within " +
-            Runtime::formatSeconds(*m_settings.run.timeoutSeconds) + " seconds; stopped");
+        say(Runtime::timeLimitReached(m_settings.app.appId, m_settings.run));
     }
     closePage();
     LoggerI("app ended with exit code " << m_code);
@@ -209,7 +208,8 @@ void PageSession::captureEvery() {
     std::snprintf(name, sizeof name, "/%06lld.png",
                   static_cast<long long>((g_get_monotonic_time() - m_startTime) / 1000));
     m_capturing = true;
-    captureScreen(m_view, m_settings.screen, *m_settings.run.page.screenshotsDir + name,
+    captureScreen(m_view, m_settings.screen,
+                  m_settings.run.page.screenshotsDir.value_or(".") + name,
                   [this](const std::string& error) {
                       m_capturing = false;
                       if (!error.empty()) {

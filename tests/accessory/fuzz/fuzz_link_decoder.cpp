@@ -13,9 +13,11 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
             try {
                 Kv::Accessory::decodeLinkMessage(*payload);
             } catch (const Kv::Accessory::ProtocolError&) {
+                continue;  // a malformed message: on to the next frame
             }
         }
     } catch (const Kv::Accessory::ProtocolError&) {
+        return 0;  // a malformed frame ends the stream
     }
     return 0;
 }

@@ -22,7 +22,7 @@ using namespace DeviceAPI::HostTest;
 void onWidgetStart(int widgetId) {
     LoggerI("on_widget_start_callback (" << widgetId << ")");
     if (const char* delay = std::getenv("KV_HOST_TEST_START_DELAY_MS")) {
-        std::this_thread::sleep_for(std::chrono::milliseconds(std::atoi(delay)));
+        std::this_thread::sleep_for(std::chrono::milliseconds(std::stoi(delay)));
     }
     startAccessControl(widgetId);
 }
