@@ -7,7 +7,6 @@
 #include <cstdio>
 #include <cstdlib>
 #include <sstream>
-#include <string_view>
 
 namespace Kv {
 namespace Runtime {
@@ -40,18 +39,17 @@ int parseEvery(const std::string& text) {
 }
 
 // A whole number of pixels that is all of `text`, or -1.
-int pixels(std::string_view text) {
+int pixels(const std::string& text) {
     int value = -1;
-    const char* end = text.data() + text.size();
-    const auto [stop, error] = std::from_chars(text.data(), end, value);
+    const char* end = text.c_str() + text.size();
+    const auto [stop, error] = std::from_chars(text.c_str(), end, value);
     return error == std::errc() && stop == end && !text.empty() ? value : -1;
 }
 
 std::pair<int, int> parsePosition(const std::string& text) {
     const std::size_t comma = text.find(',');
-    const int x = comma == std::string::npos ? -1 : pixels(std::string_view(text).substr(0, comma));
-    const int y =
-        comma == std::string::npos ? -1 : pixels(std::string_view(text).substr(comma + 1));
+    const int x = comma == std::string::npos ? -1 : pixels(text.substr(0, comma));
+    const int y = comma == std::string::npos ? -1 : pixels(text.substr(comma + 1));
     if (x < 0 || y < 0) {
         throw UsageError("--position needs X,Y, two numbers of pixels, not '" + text + "'");
     }
