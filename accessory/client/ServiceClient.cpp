@@ -18,6 +18,11 @@ constexpr std::size_t kReadPerTurn = std::size_t{4} * 1024 * 1024;
 // What a send takes in before it decides whether it must wait for the
 // service's verdict (the rest waits for the main loop).
 constexpr std::size_t kReadPerSend = std::size_t{64} * 1024;
+// What a burst of sends posts between two looks at the service's news. A
+// channel that fills up is refused within this much more than its queue
+// holds; a burst of small messages pays for a look (a system call even when
+// nothing has come) once per this many bytes rather than once a message.
+constexpr std::size_t kPostedBetweenLooks = std::size_t{16} * 1024;
 constexpr double kFirstBackoff = 0.1;
 constexpr double kLongestBackoff = 2.0;
 
@@ -217,13 +222,14 @@ void ServiceClient::warnInsecure() {
 }
 
 void ServiceClient::takeArrived() {
-    if (m_connection) {
+    if (m_connection && m_postedSinceLook >= kPostedBetweenLooks) {
         takeMessages(kReadPerSend);
         scheduleDispatch();
     }
 }
 
 void ServiceClient::takeMessages(std::size_t enough) {
+    m_postedSinceLook = 0;
     try {
         m_connection->readAvailable(enough);
         takeDecoded();

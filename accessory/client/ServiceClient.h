@@ -53,10 +53,10 @@ public:
     // can't be reached or does not answer in time.
     std::optional<wire::Reply> call(wire::Request request);
 
-    // Takes in what the service sent since the main loop last looked,
-    // without waiting, so that what this knows of the channels is current:
-    // an app that sends in a burst, without going back to its loop, still
-    // learns that a channel has filled up.
+    // Takes in what the service sent since this last looked, without
+    // waiting, once the sends posted since then come to a few kilobytes: an
+    // app that sends in a burst, without going back to its loop, still
+    // learns soon that a channel has filled up.
     void takeArrived();
     // Whether data of `length` bytes on this connection and channel will
     // surely be taken: the connection is open, the channel is one of its
@@ -139,6 +139,8 @@ private:
     wire::DeviceType m_deviceType = wire::DEVICE_TYPE_WIFI;
     bool m_attached = false;
     bool m_dispatching = false;
+    // The bytes of sends posted since the service's news were last taken in.
+    std::size_t m_postedSinceLook = 0;
 };
 
 }  // namespace Accessory

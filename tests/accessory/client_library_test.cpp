@@ -359,11 +359,11 @@ protected:
         return *Kv::Accessory::findLinkProfile("ble");
     }
 
-    // Sends blocks of the largest size on `channel` until one is refused;
-    // how many were taken (at most `limit`).
+    // Sends blocks of `size` bytes (the largest by default) on `channel`
+    // until one is refused; how many were taken (at most `limit`).
     static std::size_t fillChannel(unsigned int connectionId, unsigned short channel,
-                                   std::size_t limit = 1000) {
-        const std::string block(link().maxDataSize, 'b');
+                                   std::size_t limit = 1000, std::size_t size = 0) {
+        const std::string block(size > 0 ? size : link().maxDataSize, 'b');
         std::size_t taken = 0;
         while (taken < limit && (lastRefusal = sendData(connectionId, channel,
                                                         static_cast<unsigned int>(block.size()),
@@ -418,6 +418,31 @@ TEST_F(ClientLibraryOnASlowLinkTest, AFullChannelRefusesSendsUntilTheAppIsToldOf
     auto last = consumer.waitEvent(isData(remote));
     ASSERT_TRUE(last.has_value());
     EXPECT_EQ(last->data().data(), "after room");
+    EXPECT_EQ(terminateServiceConnection(local), KVP_SUCCESS);
+    ASSERT_TRUE(consumer.waitEvent(isTerminated(remote)).has_value());
+}
+
+// A burst of small messages, which takes in the service's news only every
+// few kilobytes, still learns soon that the channel is full: within what the
+// link carried meanwhile and what was on its way to the service.
+TEST_F(ClientLibraryOnASlowLinkTest, ABurstOfSmallMessagesLearnsSoonThatTheChannelIsFull) {
+    WireClient consumer(devices->alpha(), kConsumerApp);
+    const auto [remote, local] = connectFrom(consumer);
+    constexpr std::size_t kSmall = 64;
+    constexpr std::size_t kLimit = 200'000;
+    const auto started = std::chrono::steady_clock::now();
+    const std::size_t taken = fillChannel(local, 101, kLimit, kSmall);
+    const auto burst = std::chrono::duration<double>(std::chrono::steady_clock::now() - started);
+    ASSERT_LT(taken, kLimit) << "no send was refused";
+    EXPECT_GE(taken * kSmall, link().channelQueueBytes());
+    const auto carried = static_cast<std::size_t>(burst.count() * link().bandwidth);
+    EXPECT_LE(taken * kSmall, link().channelQueueBytes() + carried + std::size_t{1024} * 1024)
+        << taken << " sends taken in " << burst.count() << " s";
+
+    const auto drain = std::chrono::seconds(taken * kSmall / link().bandwidth);
+    ASSERT_TRUE(runMainLoopUntil([] { return !recorder.spaceAvailable.empty(); },
+                                 drain + std::chrono::seconds(5)));
+    recorder.spaceAvailable.clear();
     EXPECT_EQ(terminateServiceConnection(local), KVP_SUCCESS);
     ASSERT_TRUE(consumer.waitEvent(isTerminated(remote)).has_value());
 }
