@@ -435,7 +435,8 @@ TEST_F(ClientLibraryOnASlowLinkTest, ABurstOfSmallMessagesLearnsSoonThatTheChann
     const auto burst = std::chrono::duration<double>(std::chrono::steady_clock::now() - started);
     ASSERT_LT(taken, kLimit) << "no send was refused";
     EXPECT_GE(taken * kSmall, link().channelQueueBytes());
-    const auto carried = static_cast<std::size_t>(burst.count() * link().bandwidth);
+    const auto carried =
+        static_cast<std::size_t>(burst.count() * static_cast<double>(link().bandwidth));
     EXPECT_LE(taken * kSmall, link().channelQueueBytes() + carried + std::size_t{1024} * 1024)
         << taken << " sends taken in " << burst.count() << " s";
 
