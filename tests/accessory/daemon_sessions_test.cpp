@@ -12,6 +12,7 @@
 #include <memory>
 
 #include "AccessoryTestSupport.h"
+#include "TestEnvironment.h"
 #include "ThreadCacheOff.h"
 
 namespace KvTest {
@@ -24,8 +25,7 @@ constexpr std::uint64_t kHeapGrowthBound = std::uint64_t{16} * 1024;
 constexpr int kWarmUpSessions = 50;
 
 int trials() {
-    const char* text = std::getenv("KV_SESSION_TRIALS");
-    const int asked = text != nullptr ? std::stoi(text) : 0;
+    const int asked = KvTest::environmentNumber("KV_SESSION_TRIALS", 0);
     return asked > kWarmUpSessions ? asked : 300;
 }
 
@@ -89,8 +89,7 @@ TEST(DaemonSessions, LeaveTheHeapAsTheFirstOnesLeftIt) {
 // Links made and dropped, one after the other: after KV_LINK_CYCLES links
 // (50 by default), as many more leave the heap as it was.
 TEST(DaemonSessions, LinksMadeAndDroppedLeaveTheHeapAsTheFirstOnesLeftIt) {
-    const char* text = std::getenv("KV_LINK_CYCLES");
-    const int asked = text != nullptr ? std::stoi(text) : 0;
+    const int asked = KvTest::environmentNumber("KV_LINK_CYCLES", 0);
     const int cycles = asked > 0 ? asked : 50;
     DevicePair devices;
     startWithoutThreadCache(devices);

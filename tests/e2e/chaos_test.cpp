@@ -30,6 +30,7 @@
 
 #include "ChaosTrial.h"
 #include "E2eSupport.h"
+#include "TestEnvironment.h"
 #include "ThreadCacheOff.h"
 
 using namespace KvE2e;
@@ -53,11 +54,6 @@ long long epochMs() {
     return std::chrono::duration_cast<std::chrono::milliseconds>(
                std::chrono::system_clock::now().time_since_epoch())
         .count();
-}
-
-std::string environment(const char* name, const std::string& fallback) {
-    const char* value = std::getenv(name);
-    return value != nullptr && *value != '\0' ? value : fallback;
 }
 
 std::vector<std::string> split(const std::string& text, char separator) {
@@ -485,11 +481,11 @@ std::string joined(const std::vector<std::string>& lines, const std::string& ind
 // Trials of random faults on every profile asked for; each broken promise
 // fails the test, with the trial's plan and accounts.
 TEST(Chaos, EveryTrialKeepsEveryPromise) {
-    const int trials = std::stoi(environment("KV_CHAOS_TRIALS", "6"));
+    const int trials = KvTest::environmentNumber("KV_CHAOS_TRIALS", 6);
     const std::vector<std::string> profiles =
-        split(environment("KV_CHAOS_PROFILES", "unlimited,ble"), ',');
-    const unsigned firstSeed = static_cast<unsigned>(
-        std::stoul(environment("KV_CHAOS_SEED", std::to_string(std::random_device()() % 1000000))));
+        split(KvTest::environment("KV_CHAOS_PROFILES", "unlimited,ble"), ',');
+    const unsigned firstSeed = static_cast<unsigned>(std::stoul(
+        KvTest::environment("KV_CHAOS_SEED", std::to_string(std::random_device()() % 1000000))));
     std::printf("chaos: %d trials from seed %u on %zu profiles\n", trials, firstSeed,
                 profiles.size());
     int failed = 0;

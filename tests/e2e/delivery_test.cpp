@@ -8,6 +8,7 @@
 #include <string>
 
 #include "E2eSupport.h"
+#include "TestEnvironment.h"
 
 using namespace KvE2e;
 
@@ -15,10 +16,7 @@ namespace {
 
 // How many times a run tries: the number in the environment variable
 // `name`, or `fallback` (the soak run asks for many more).
-int trials(const char* name, int fallback) {
-    const char* given = std::getenv(name);
-    return given != nullptr ? std::stoi(given) : fallback;
-}
+int trials(const char* name, int fallback) { return KvTest::environmentNumber(name, fallback); }
 
 }  // namespace
 

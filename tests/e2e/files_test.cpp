@@ -13,6 +13,7 @@
 #include <thread>
 
 #include "E2eSupport.h"
+#include "TestEnvironment.h"
 
 using namespace KvE2e;
 
@@ -36,8 +37,7 @@ std::string nameOf(Victim victim) {
 
 // The size of the file: KV_E2E_FILE_MIB mebibytes, 64 by default.
 std::uintmax_t fileSize() {
-    const char* given = std::getenv("KV_E2E_FILE_MIB");
-    return static_cast<std::uintmax_t>(given != nullptr ? std::stoi(given) : 64) << 20;
+    return static_cast<std::uintmax_t>(KvTest::environmentNumber("KV_E2E_FILE_MIB", 64)) << 20;
 }
 
 // The bytes written so far under a hidden (temporary) name in `folder`.
