@@ -202,8 +202,9 @@ bool ServiceClient::post(wire::Request request, std::string_view data) {
     wire::ClientMessage message;
     *message.mutable_request() = std::move(request);
     try {
-        m_connection->write(encodeSendDataFrame(message, data),
-                            std::chrono::steady_clock::now() + kPostTimeout);
+        const std::string frame = encodeSendDataFrame(message, data);
+        m_postedSinceLook += frame.size();
+        m_connection->write(frame, std::chrono::steady_clock::now() + kPostTimeout);
         // What arrived while the write waited for room is decoded already:
         // the socket may not wake the loop for it again.
         takeDecoded();
