@@ -18,6 +18,7 @@
 #include "LinkShaper.h"
 #include "ReadBudget.h"
 
+#include <algorithm>
 #include <array>
 #include <asio.hpp>
 #include <deque>
@@ -99,7 +100,8 @@ public:
             return false;
         }
         m_queuedBytes += frame.size();
-        m_queues[static_cast<std::size_t>(priority)].push_back({std::move(frame), tag});
+        m_queues[static_cast<std::size_t>(priority)].push_back(
+            {std::move(frame), tag, LinkShaper::Clock::now()});
         writeNext();
         return true;
     }
@@ -130,6 +132,7 @@ public:
         if (stalled) {
             return;
         }
+        m_resumedAt = LinkShaper::Clock::now();
         takePayloads();
         if (!m_closed && !m_paused && !m_reading) {
             readMore();
@@ -273,6 +276,7 @@ private:
     struct Frame {
         std::string bytes;
         std::uint64_t tag = 0;
+        LinkShaper::Clock::time_point queuedAt{};
     };
     // A frame on the shaped link, with the time it reaches the other end.
     struct InFlight {
@@ -305,7 +309,10 @@ private:
     }
 
     // Frames go on the emulated link whenever it is free, and are written
-    // out when they would reach the other end.
+    // out when they would reach the other end. A frame starts on the link as
+    // soon as both it and the link were ready (not after a stall), however
+    // late this writer runs: a busy processor delays the writes, not the
+    // link's pace.
     void writeShaped() {
         const auto now = LinkShaper::Clock::now();
         while (m_shaper->freeAt() <= now) {
@@ -313,7 +320,8 @@ private:
             if (queue == nullptr) {
                 break;
             }
-            const auto arrival = m_shaper->serialize(queue->front().bytes.size(), now);
+            const auto ready = std::max(queue->front().queuedAt, m_resumedAt);
+            const auto arrival = m_shaper->serialize(queue->front().bytes.size(), ready);
             m_inFlight.push_back({std::move(queue->front()), arrival});
             queue->pop_front();
         }
@@ -381,6 +389,7 @@ private:
     std::deque<InFlight> m_inFlight;
     asio::steady_timer m_shapeTimer{m_socket.get_executor()};
     bool m_stalled = false;
+    LinkShaper::Clock::time_point m_resumedAt{};  // when the last stall ended
     WrittenHandler m_onWritten;
     std::size_t m_queuedBytes = 0;
     std::shared_ptr<ReadBudget> m_budget;

@@ -3,6 +3,7 @@
 #include <gtest/gtest.h>
 
 #include <chrono>
+#include <thread>
 
 #include "FramedChannel.h"
 
@@ -20,10 +21,17 @@ std::string frameOf(const std::string& text) {
 
 class FramedChannelTest : public testing::Test {
 protected:
-    void SetUp() override {
+    void SetUp() override { open(1024); }
+
+    // A fresh channel that queues up to `bound` bytes, in place of the last.
+    void open(std::size_t bound) {
+        if (channel) {
+            channel->close("replaced");
+        }
         Socket ours(io);
+        other = Socket(io);
         asio::local::connect_pair(ours, other);
-        channel = std::make_shared<Channel>(std::move(ours), "test session", 1024);
+        channel = std::make_shared<Channel>(std::move(ours), "test session", bound);
         channel->start([this](std::string_view payload) { payloads.emplace_back(payload); },
                        [this](const std::string& reason) { closeReason = reason; });
     }
@@ -141,6 +149,35 @@ TEST_F(FramedChannelTest, AShapedChannelWritesAtTheLinksPace) {
     // be before the channel's loop has run the completion of its write.
     runUntil([&] { return written.size() >= 4; });
     EXPECT_EQ(written, (std::vector<std::uint64_t>{1, 2, 3, 4}));
+}
+
+// A writer that runs late (a busy processor) writes late, but the link keeps
+// its pace: what was queued meanwhile went on the link while the writer
+// waited, and goes out at once when it runs.
+TEST_F(FramedChannelTest, AWriterThatRunsLateDoesNotSlowTheLink) {
+    open(std::size_t{1} << 20);
+    LinkProfile slow;
+    slow.bandwidth = 20'000;
+    channel->shape(slow);
+    constexpr std::size_t kFrames = 40;
+    const std::string frame = frameOf(std::string(500, 'x'));
+    const auto start = std::chrono::steady_clock::now();
+    for (std::size_t i = 0; i < kFrames; ++i) {
+        ASSERT_TRUE(channel->send(frame, kPriorityLow));
+    }
+    const auto linkTime = std::chrono::microseconds(kFrames * frame.size() * 1'000'000 /
+                                                    slow.bandwidth);  // about a second
+    // The writer gets no turn for 60 % of the link's time.
+    std::this_thread::sleep_for(linkTime * 6 / 10);
+    const auto deadline = start + linkTime * 3;
+    while (receivedTexts().size() < kFrames && std::chrono::steady_clock::now() < deadline) {
+        io.run_for(std::chrono::milliseconds(10));
+        io.restart();
+    }
+    ASSERT_EQ(receivedTexts().size(), kFrames);
+    // A writer that started each frame when it ran would take the link's
+    // time after the pause, 1.6 times the link's time in all.
+    EXPECT_LT(std::chrono::steady_clock::now() - start, linkTime * 13 / 10);
 }
 
 // A stalled channel neither writes nor hands on what it reads; once resumed
