@@ -2,9 +2,12 @@
 // the daemons' figures and one pair of devices running a scenario.
 #include "BenchRun.h"
 
+#include <linux/magic.h>
 #include <stdlib.h>
+#include <sys/statfs.h>
 #include <unistd.h>
 
+#include <cerrno>
 #include <chrono>
 #include <cstdio>
 #include <exception>
@@ -14,6 +17,7 @@
 #include <sstream>
 #include <stdexcept>
 #include <string>
+#include <system_error>
 #include <thread>
 #include <vector>
 
@@ -21,10 +25,48 @@ namespace KvBench {
 
 namespace fs = std::filesystem;
 
+namespace {
+
+std::string& chosenScratchRoot() {
+    static std::string root;
+    return root;
+}
+
+bool isMemoryWithRoom(const std::string& folder, std::uintmax_t needed) {
+    struct statfs filesystem {};
+    if (::statfs(folder.c_str(), &filesystem) != 0 || filesystem.f_type != TMPFS_MAGIC ||
+        ::access(folder.c_str(), W_OK) != 0) {
+        return false;
+    }
+    return static_cast<std::uintmax_t>(filesystem.f_bavail) * filesystem.f_bsize >= needed;
+}
+
+}  // namespace
+
+void chooseScratchRoot(const std::string& requested, std::uintmax_t fileSize) {
+    std::string& root = chosenScratchRoot();
+    if (!requested.empty()) {
+        root = requested;
+    } else if (isMemoryWithRoom("/dev/shm", 3 * fileSize)) {
+        root = "/dev/shm";
+    } else {
+        root = fs::temp_directory_path().string();
+    }
+}
+
+const std::string& scratchRoot() {
+    std::string& root = chosenScratchRoot();
+    if (root.empty()) {
+        root = fs::temp_directory_path().string();
+    }
+    return root;
+}
+
 Scratch::Scratch() : m_unwinding(std::uncaught_exceptions()) {
-    std::string pattern = (fs::temp_directory_path() / "kv-bench-XXXXXX").string();
+    std::string pattern = (fs::path(scratchRoot()) / "kv-bench-XXXXXX").string();
     if (::mkdtemp(pattern.data()) == nullptr) {
-        throw std::runtime_error("mkdtemp failed");
+        throw std::runtime_error("cannot make a folder in " + scratchRoot() + ": " +
+                                 std::error_code(errno, std::generic_category()).message());
     }
     m_path = pattern;
 }

@@ -32,6 +32,7 @@ struct Settings {
     std::size_t pings = 2000;
     double rateSeconds = 2.0;
     std::uintmax_t fileSize = 1ull << 30;
+    std::string scratch;  // where the devices' folders go; chosen when empty
     int agents = 1000;
     int cycles = 500;
     int pairs = 10;           // pairs of devices at once
@@ -61,8 +62,16 @@ struct Figure {
 
 using Figures = std::map<std::string, Figure>;
 
-// A folder for one run, removed with the object; kept when a failure
-// unwinds through it, for its devices' logs.
+// Where the runs' folders go: `requested` if not empty, else /dev/shm when
+// it is memory with room for `fileSize` three times over (the file, its copy
+// and the rest), else the temporary folder. In memory the file and cp
+// figures measure the path, not the disk under it. Set once, before the
+// first Scratch.
+void chooseScratchRoot(const std::string& requested, std::uintmax_t fileSize);
+const std::string& scratchRoot();
+
+// A folder for one run under scratchRoot(), removed with the object; kept
+// when a failure unwinds through it, for its devices' logs.
 class Scratch {
 public:
     Scratch();

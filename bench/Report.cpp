@@ -140,7 +140,8 @@ void writeJson(const Figures& figures, const Settings& settings) {
     fs::create_directories(fs::path(settings.output).parent_path());
     std::ofstream json(settings.output);
     json << "{\n  \"quick\": " << (settings.quick ? "true" : "false")
-         << ",\n  \"runs\": " << settings.runs << ",\n  \"figures\": {\n";
+         << ",\n  \"runs\": " << settings.runs << ",\n  \"scratch\": \"" << scratchRoot()
+         << "\",\n  \"figures\": {\n";
     bool first = true;
     for (const auto& [name, figure] : figures) {
         json << (first ? "" : ",\n") << "    \"" << name << "\": {\"unit\": \"" << figure.unit

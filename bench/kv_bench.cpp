@@ -4,7 +4,7 @@
 // (the same process topology with nothing but framing, plain and over TLS
 // 1.3), a private D-Bus bus, and cp.
 //
-//   kv-bench [--quick] [--runs N] [--output FILE] [--only LIST]
+//   kv-bench [--quick] [--runs N] [--output FILE] [--only LIST] [--scratch DIR]
 //
 // Every scenario runs several times (once with --quick, which is a smoke run
 // with small sizes that judges nothing); the table shows the median, the
@@ -25,7 +25,7 @@ using namespace KvBench;
 using Kv::Cli::Option;
 
 const char* const kUsage =
-    "usage: kv-bench [--quick] [--runs N] [--output FILE] [--only LIST]\n"
+    "usage: kv-bench [--quick] [--runs N] [--output FILE] [--only LIST] [--scratch DIR]\n"
     "Measures the accessory path end to end, from a script in one app to a script\n"
     "in the other on two emulated devices, beside baselines run on this machine\n"
     "in the same run, and prints each figure's median with its ratio and target.\n"
@@ -34,14 +34,18 @@ const char* const kUsage =
     "  --output FILE  the figures as JSON (bench/results/latest.json)\n"
     "  --only LIST    only these scenarios, separated by commas: baselines\n"
     "                 throughput roundtrip rate file connections cycles startup\n"
-    "                 links pages pairs discovery\n";
+    "                 links pages pairs discovery\n"
+    "  --scratch DIR  where the devices' folders and files go (/dev/shm when it is\n"
+    "                 memory with room for the file three times over, else the\n"
+    "                 temporary folder)\n";
 
 const Kv::Cli::CommandLine& benchCommandLine() {
     static const Kv::Cli::CommandLine commandLine("kv-bench", kUsage,
                                                   {{"quick", Option::Flag},
                                                    {"runs", Option::WithValue},
                                                    {"output", Option::WithValue},
-                                                   {"only", Option::WithValue}});
+                                                   {"only", Option::WithValue},
+                                                   {"scratch", Option::WithValue}});
     return commandLine;
 }
 
@@ -72,6 +76,7 @@ Settings readSettings(const Kv::Cli::Arguments& arguments) {
     }
     settings.output = arguments.value("output").value_or(settings.output);
     settings.only = arguments.value("only").value_or("");
+    settings.scratch = arguments.value("scratch").value_or("");
     return settings;
 }
 
@@ -88,8 +93,12 @@ void printTlsNote() {
     std::printf("\nlink TLS: in user space (OpenSSL); kernel TLS %s\n", kernel.c_str());
 }
 
+// Where the devices' folders were: the file and cp figures follow it.
+void printScratchNote() { std::printf("devices' folders and files: %s\n", scratchRoot().c_str()); }
+
 int runBench(const Kv::Cli::Arguments& arguments) {
     const Settings settings = readSettings(arguments);
+    chooseScratchRoot(settings.scratch, settings.fileSize);
     Figures figures;
     for (int run = 1; run <= settings.runs; ++run) {
         std::fprintf(stderr, "kv-bench: run %d of %d\n", run, settings.runs);
@@ -100,6 +109,7 @@ int runBench(const Kv::Cli::Arguments& arguments) {
     }
     printTable(figures);
     printTlsNote();
+    printScratchNote();
     writeJson(figures, settings);
     std::printf("\nresults: %s\n", settings.output.c_str());
     return 0;
