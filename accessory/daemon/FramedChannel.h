@@ -100,8 +100,9 @@ public:
             return false;
         }
         m_queuedBytes += frame.size();
-        m_queues[static_cast<std::size_t>(priority)].push_back(
-            {std::move(frame), tag, LinkShaper::Clock::now()});
+        // Only a shaped link needs to know when a frame was handed over.
+        const auto queuedAt = m_shaper ? LinkShaper::Clock::now() : LinkShaper::Clock::time_point{};
+        m_queues[static_cast<std::size_t>(priority)].push_back({std::move(frame), tag, queuedAt});
         writeNext();
         return true;
     }

@@ -12,14 +12,6 @@
 
 using namespace KvE2e;
 
-namespace {
-
-// How many times a run tries: the number in the environment variable
-// `name`, or `fallback` (the soak run asks for many more).
-int trials(const char* name, int fallback) { return KvTest::environmentNumber(name, fallback); }
-
-}  // namespace
-
 TEST(Delivery, FirstMessagesOfEveryNewConnectionArriveWhileBothCoresAreBusy) {
     const WorkFolder work;
     DevicePair devices(work);
@@ -29,7 +21,7 @@ TEST(Delivery, FirstMessagesOfEveryNewConnectionArriveWhileBothCoresAreBusy) {
     AppRun watch(devices.watch(), watchApp, "watch", work);
     ASSERT_TRUE(watch.waitForOutput("watch: ready")) << watch.output();
     AppRun phone(devices.phone(), phoneApp, "phone", work,
-                 {std::to_string(trials("KV_E2E_TRIALS", 200))}, seconds(3600));
+                 {std::to_string(KvTest::environmentNumber("KV_E2E_TRIALS", 200))}, seconds(3600));
     EXPECT_EQ(phone.finish(seconds(3600)), 0) << phone.output() << watch.output();
 }
 
@@ -38,7 +30,7 @@ TEST(Delivery, EveryFirstRequestToAJustRegisteredPeerIsAnsweredWhileBothCoresAre
     DevicePair devices(work);
     const std::string watchApp = devices.install(devices.watch(), testApp("watch-fresh"));
     const std::string phoneApp = devices.install(devices.phone(), testApp("phone-fresh"));
-    const int rounds = std::max(1, trials("KV_E2E_FIRST_REQUESTS", 40) / 20);
+    const int rounds = std::max(1, KvTest::environmentNumber("KV_E2E_FIRST_REQUESTS", 40) / 20);
     CpuLoad load;
     AppRun phone(devices.phone(), phoneApp, "phone", work, {std::to_string(rounds)}, seconds(3600));
     ASSERT_TRUE(phone.waitForOutput("phone: ready")) << phone.output();
