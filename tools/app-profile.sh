@@ -1,5 +1,5 @@
 # What an app folder's service profile declares, read with the shell's own
-# tools (sourced by tools/pair-run.sh and tools/pair-chaos.sh). The profile
+# tools (sourced by tools/pair-run.sh). The profile
 # is the file that config.xml's last AccessoryServicesLocation names.
 
 # The app's service-profile file, or nothing.
@@ -17,10 +17,3 @@ app_declares_provider() {
     [ -n "$file" ] && grep -qiE 'role[[:space:]]*=[[:space:]]*"provider"' "$file"
 }
 
-# The channel ids the app's profile declares, one per line.
-app_channels() {
-    local file
-    file="$(app_profile_file "$1")"
-    [ -z "$file" ] ||
-        grep -o '<serviceChannel[^>]*>' "$file" | grep -o ' id="[0-9]*"' | grep -o '[0-9]*' | sort -un
-}

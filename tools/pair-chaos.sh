@@ -5,12 +5,18 @@
 #   kv pair-run --chaos N [--seed S] [--profiles LIST] [--faults LIST]
 #               [--link-bound SECONDS] [OPTIONS] APP_A APP_B [-- ARGUMENT...]
 #
-# Each trial runs the pair as `kv pair-run` does, on fresh devices, over a
-# link profile drawn from LIST, with one fault drawn from LIST on a device
-# drawn at random, fired at a random moment: up to 3 s after both apps
-# started (half the trials), after up to 10 messages on one of the apps'
-# channels, or after up to 1 MiB of the next file (tools/link-fault.sh). After
-# each trial it checks:
+# First the pair runs once without a fault, traced, over the first profile
+# of LIST: the rehearsal. A pair that fails it has nothing to learn from
+# faults, so the command stops there. Otherwise the rehearsal tells what
+# the trials' triggers are drawn from: how long both apps ran, how many
+# messages crossed each channel and the largest file.
+#
+# Each trial then runs the pair as `kv pair-run` does, on fresh devices, over
+# a link profile drawn from LIST, with one fault drawn from LIST on a device
+# drawn at random, fired at a random point of what the rehearsal did: a
+# moment while both apps ran (half the trials), after some of the messages
+# of a channel the apps used, or after some of the bytes of a file the size
+# of their largest (tools/link-fault.sh). After each trial it checks:
 #   apps          both apps ended by themselves with exit code 0
 #   losses        every app that was running when a service lost the link
 #                 was told (the device's detach, or the service's error)
@@ -18,9 +24,10 @@
 #   link          both services had the link up again within the bound
 #                 after the fault was over
 # and prints one line per trial with its seed; `--chaos 1 --seed SEED` with
-# the same lists repeats that trial. A fault whose trigger never came (a
-# pair that sends no file, say) is reported as not fired; the trial is still
-# checked.
+# the same lists repeats that trial (when the pair does the same again), and
+# `pair-run --link-profile P --fault LINE` makes its fault alone. A fault
+# whose trigger never came (the apps ended before it, say) is reported as
+# not fired; the trial is still checked.
 #
 # Options:
 #   --chaos N              the number of trials
@@ -48,8 +55,6 @@ CLI_SCRIPT="${BASH_SOURCE[0]}"
 # shellcheck source=tools/cli.sh
 . "$ROOT/tools/cli.sh"
 cli_answer_help_and_version "$@"
-# shellcheck source=tools/app-profile.sh
-. "$ROOT/tools/app-profile.sh"
 # shellcheck source=tools/programs.sh
 . "$ROOT/tools/programs.sh"
 
@@ -124,25 +129,37 @@ if [ "$CHECK" = 1 ]; then
         *) printf 'pair-run: the apps do not pass the type check above\n' >&2; exit 1 ;;
     esac
 fi
-mapfile -t CHANNELS < <({ app_channels "${APPS[0]}"; app_channels "${APPS[1]}"; } | sort -un)
+
+# What the rehearsal did, which the triggers are drawn from: "CHANNEL COUNT"
+# for each channel with messages (either way), the largest file's bytes, and
+# the milliseconds during which both apps ran.
+REHEARSED_CHANNELS=()
+REHEARSED_FILE=0
+REHEARSED_MS=0
 
 # The fault line of a trial, drawn with the trial's seed, into FAULT_LINE
 # (in this shell: a subshell would draw from a generator of its own).
 draw_fault() {
-    local fault="${FAULT_LIST[RANDOM % ${#FAULT_LIST[@]}]}" side=watch
+    local fault="${FAULT_LIST[RANDOM % ${#FAULT_LIST[@]}]}" side=watch channel
     [ $((RANDOM % 2)) = 0 ] || side=phone
     # Half the faults at a moment, a quarter after messages, a quarter
-    # within a file.
+    # within a file; a pair that sent no message or no file gets a moment.
     case $((RANDOM % 4)) in
         2)
-            if [ "${#CHANNELS[@]}" -gt 0 ]; then
-                FAULT_LINE="$fault $side messages $((1 + RANDOM % 10)) ${CHANNELS[RANDOM % ${#CHANNELS[@]}]}"
+            if [ "${#REHEARSED_CHANNELS[@]}" -gt 0 ]; then
+                read -r -a channel <<<"${REHEARSED_CHANNELS[RANDOM % ${#REHEARSED_CHANNELS[@]}]}"
+                FAULT_LINE="$fault $side messages $((1 + RANDOM % channel[1])) ${channel[0]}"
                 return
             fi
             ;;
-        3) FAULT_LINE="$fault $side file-bytes $((1 + (RANDOM * 32768 + RANDOM) % 1048576))"; return ;;
+        3)
+            if [ "$REHEARSED_FILE" -gt 0 ]; then
+                FAULT_LINE="$fault $side file-bytes $((1 + (RANDOM * 32768 + RANDOM) % REHEARSED_FILE))"
+                return
+            fi
+            ;;
     esac
-    FAULT_LINE="$fault $side moment $((100 + RANDOM % 3000))"
+    FAULT_LINE="$fault $side moment $((100 + RANDOM % REHEARSED_MS))"
 }
 
 # The time of a log line, "HH:MM:SS.mmm", which sorts as text within a day.
@@ -180,7 +197,7 @@ check_trial() {
         check_losses "$label" "$dir/$label" "$dir/$label.log"
         check_partial_files "$label" "$dir/$label"
     done
-    ! grep -q '^not linked again' "$dir/fault.txt" || grep '^not linked again' "$dir/fault.txt"
+    ! grep -qs '^not linked again' "$dir/fault.txt" || grep '^not linked again' "$dir/fault.txt"
 }
 
 # What happened to the fault, in a few words.
@@ -197,21 +214,94 @@ fault_outcome() {
     fi
 }
 
+# Runs the pair once into the folder DIR over PROFILE, with the further
+# pair-run options given (a fault, a trace), and stops its services.
+run_pair() {
+    local dir="$1" profile="$2"
+    shift 2
+    KV_LINK_BOUND_SECONDS="$LINK_BOUND" "$ROOT/tools/pair-run.sh" --no-check --keep-devices \
+        --work "$dir" --link-profile "$profile" "$@" "${PASS[@]}" \
+        "${APPS[@]}" -- "${ARGS[@]}" >"$dir.txt" 2>&1 || true
+}
+
+stop_pair() {
+    "$ACCESSORY" stop "$1/watch" "$1/phone" >/dev/null 2>&1 || true
+}
+
+# The microseconds of an app's stamped output line, the first (ADDRESS 1p)
+# or the last ($p); 0 when it wrote none.
+output_stamp() {
+    local line
+    line="$(sed -n "$1" "$2" 2>/dev/null)"
+    line="${line%%$'\t'*}"
+    if [[ "$line" =~ ^[0-9]+$ ]]; then echo "$line"; else echo 0; fi
+}
+
+# Reads what the rehearsal in DIR did into REHEARSED_*: the messages of each
+# channel from both services' traces (a message is counted by the service
+# that sends it and by the one that delivers it, as a trigger counts it), the
+# largest file offered, and the time from the later app's first line to the
+# earlier app's last (at least 200 ms).
+read_rehearsal() {
+    local dir="$1" traces=("$1/watch.trace.jsonl" "$1/phone.trace.jsonl") first last
+    mapfile -t REHEARSED_CHANNELS < <(sed -n '/"kind":"DATA_SENT"/s/.*"channel_id":\([0-9]*\).*/\1/p' \
+        "${traces[@]}" 2>/dev/null | sort -n | uniq -c | awk '{ print $2, $1 }')
+    REHEARSED_FILE="$(sed -n '/"kind":"FILE_OFFERED"/s/.*"size":"\([0-9]*\)".*/\1/p' "${traces[@]}" 2>/dev/null |
+        sort -n | tail -n 1)"
+    REHEARSED_FILE="${REHEARSED_FILE:-0}"
+    first="$(printf '%s\n' "$(output_stamp 1p "$dir/watch.out")" "$(output_stamp 1p "$dir/phone.out")" |
+        sort -n | tail -n 1)"
+    last="$(printf '%s\n' "$(output_stamp '$p' "$dir/watch.out")" "$(output_stamp '$p' "$dir/phone.out")" |
+        sort -n | head -n 1)"
+    REHEARSED_MS=$(((last - first) / 1000))
+    [ "$REHEARSED_MS" -ge 200 ] || REHEARSED_MS=200
+}
+
+# What read_rehearsal found, in a few words.
+rehearsal_summary() {
+    local channels="" entry
+    for entry in "${REHEARSED_CHANNELS[@]}"; do
+        channels+="${channels:+, }${entry% *}: ${entry#* }"
+    done
+    printf 'both apps ran together for %d ms; messages on channel %s; ' "$REHEARSED_MS" "${channels:-(none)}"
+    if [ "$REHEARSED_FILE" -gt 0 ]; then echo "the largest file $REHEARSED_FILE bytes"; else echo "no file"; fi
+}
+
+# The pair once without a fault, traced; stops the command with 1 when the
+# pair does not pass it.
+rehearse() {
+    local dir="$WORK/rehearsal" problems
+    run_pair "$dir" "${PROFILE_LIST[0]}" --trace "$WORK/rehearsal.json"
+    problems="$(check_trial "$dir")"
+    stop_pair "$dir"
+    if [ -n "$problems" ]; then
+        say "rehearsal over ${PROFILE_LIST[0]}, without a fault: FAILED"
+        sed 's/^/    /' <<<"$problems"
+        say "the pair must pass without a fault before faults can tell anything; its run is in $dir.txt"
+        exit 1
+    fi
+    read_rehearsal "$dir"
+    say "rehearsal over ${PROFILE_LIST[0]}, without a fault: ok; $(rehearsal_summary)"
+}
+
 say "chaos: $TRIALS trials of $(basename "${APPS[0]}") (watch) and $(basename "${APPS[1]}") (phone), seed $SEED"
 say "profiles $PROFILES; faults $FAULTS; the link must be up again within $LINK_BOUND s"
+rehearse
 failed=()
+trial_profiles=()
+trial_faults=()
 for ((trial = 1; trial <= TRIALS; trial++)); do
     seed=$((SEED + trial - 1))
     RANDOM=$seed
     profile="${PROFILE_LIST[RANDOM % ${#PROFILE_LIST[@]}]}"
     draw_fault
     fault="$FAULT_LINE"
+    trial_profiles[trial]="$profile"
+    trial_faults[trial]="$fault"
     dir="$WORK/trial-$trial"
-    KV_LINK_BOUND_SECONDS="$LINK_BOUND" "$ROOT/tools/pair-run.sh" --no-check --keep-devices \
-        --work "$dir" --link-profile "$profile" --fault "$fault" "${PASS[@]}" \
-        "${APPS[@]}" -- "${ARGS[@]}" >"$dir.txt" 2>&1 || true
+    run_pair "$dir" "$profile" --fault "$fault"
     problems="$(check_trial "$dir")"
-    "$ACCESSORY" stop "$dir/watch" "$dir/phone" >/dev/null 2>&1 || true
+    stop_pair "$dir"
     outcome="$(fault_outcome "$dir/fault.txt" 2>/dev/null || echo "not fired")"
     if [ -z "$problems" ]; then
         verdict="ok"
@@ -233,7 +323,13 @@ say "${#failed[@]} of $TRIALS trials failed: ${failed[*]}; the trials are in $WO
 for trial in "${failed[@]}"; do
     repeat=(./kv pair-run --chaos 1 --seed $((SEED + trial - 1)) --profiles "$PROFILES"
         --faults "$FAULTS" --link-bound "$LINK_BOUND" "${PASS[@]}" "${APPS[@]}")
-    [ "${#ARGS[@]}" -eq 0 ] || repeat+=(-- "${ARGS[@]}")
+    alone=(./kv pair-run --link-profile "${trial_profiles[trial]}" --fault "${trial_faults[trial]}"
+        "${PASS[@]}" "${APPS[@]}")
+    if [ "${#ARGS[@]}" -gt 0 ]; then
+        repeat+=(-- "${ARGS[@]}")
+        alone+=(-- "${ARGS[@]}")
+    fi
     echo "  repeat trial $trial: $(printf '%q ' "${repeat[@]}")"
+    echo "    or its fault alone: $(printf '%q ' "${alone[@]}")"
 done
 exit 1

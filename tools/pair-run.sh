@@ -49,9 +49,10 @@
 #   --no-check             do not check the apps' scripts against the type declarations first
 #                          (./kv check; a mistake it finds stops the run before the devices start)
 #
-# With --chaos N the pair goes through N trials, each on fresh devices, with
-# one random fault at a random moment (tools/pair-chaos.sh; --chaos --help
-# lists its options).
+# With --chaos N the pair runs once without a fault, then goes through N
+# trials, each on fresh devices, with one random fault at a random point of
+# what it did in that first run (tools/pair-chaos.sh; --chaos --help lists
+# its options).
 #
 # Exits with 0 when both apps ended with 0, 1 when one did not, 2 on a usage
 # error (one line that names it).

@@ -1,9 +1,9 @@
 #!/usr/bin/env bash
 # ./kv pair-run --chaos on the sample pairs: every trial passes its checks,
 # the faults fire and the report names each trial's seed; the demo's file
-# arrives whole after a drop in its middle; a pair that cannot
-# finish fails its trials with the reason and a line to repeat each; wrong
-# options are usage errors.
+# arrives whole after a detach in its middle; a pair that cannot finish
+# fails the rehearsal without a fault; a failed trial is named with its
+# reason and the lines that repeat it; wrong options are usage errors.
 #   pair-chaos.sh BUILD_DIR WORK_DIR
 set -euo pipefail
 
@@ -34,6 +34,8 @@ cat "$WORK/good.txt"
 [ "$(grep -c '^trial [0-9]/4  seed 424[2-5] .*: ok$' "$WORK/good.txt")" -eq 4 ] ||
     fail "not four passing trials, each with its seed"
 grep -q 'fired at' "$WORK/good.txt" || fail "no fault fired in four trials"
+grep -q '^==> rehearsal over unlimited, without a fault: ok; ' "$WORK/good.txt" ||
+    fail "no rehearsal before the trials"
 grep -q '^==> all 4 trials passed (seed 4242)' "$WORK/good.txt" || fail "no total"
 
 # The demo: a detach in the middle of the report file, which goes again.
@@ -49,16 +51,38 @@ grep -q '^trial 1/1  seed 940  ble        detach watch file-bytes .*fired at .*:
 cmp -s "$WORK/report.txt" "$WORK/demo/trial-1/watch/fs/opt/usr/media/Downloads/report.txt" ||
     fail "the report did not arrive whole after the detach"
 
-# Apps that are stopped before they end: each trial fails, and says why.
+# Apps that are stopped before they end fail the rehearsal without a fault,
+# which says why, and no trial runs.
 status=0
 chaos 2 --seed 7 --build "$BUILD" --work "$WORK/bad" --no-check --timeout 1 \
     --faults stall "${CHAT[@]}" -- --interval 700 "${LINES[@]}" >"$WORK/bad.txt" 2>&1 || status=$?
 cat "$WORK/bad.txt"
-[ "$status" -eq 1 ] || fail "failed trials gave exit code $status, not 1"
+[ "$status" -eq 1 ] || fail "a failed rehearsal gave exit code $status, not 1"
+grep -q '^==> rehearsal over unlimited, without a fault: FAILED$' "$WORK/bad.txt" ||
+    fail "the failed rehearsal is not named"
 grep -q 'the watch app ended with 124' "$WORK/bad.txt" || fail "the reason is not named"
-grep -q '^==> 2 of 2 trials failed: 1 2' "$WORK/bad.txt" || fail "no total of the failures"
-grep -q 'repeat trial 2: ./kv pair-run --chaos 1 --seed 8 ' "$WORK/bad.txt" ||
+! grep -q '^trial ' "$WORK/bad.txt" || fail "trials ran after a failed rehearsal"
+
+# A trial whose link must be back at once (a bound of 0 s) fails once its
+# detach fires; seed 2 draws a detach after some of the messages the
+# rehearsal counted, so it fires. The report says how to repeat the trial
+# and how to make its fault alone.
+status=0
+chaos 1 --seed 2 --build "$BUILD" --work "$WORK/unbound" --no-check --timeout 60 \
+    --profiles unlimited --faults detach --link-bound 0 "${CHAT[@]}" -- --interval 700 "${LINES[@]}" \
+    >"$WORK/unbound.txt" 2>&1 || status=$?
+cat "$WORK/unbound.txt"
+[ "$status" -eq 1 ] || fail "a failed trial gave exit code $status, not 1"
+grep -q '^==> rehearsal over unlimited, without a fault: ok; both apps ran together for [0-9]* ms; messages on channel [0-9]*: [0-9]*' \
+    "$WORK/unbound.txt" || fail "the rehearsal does not say what the pair did"
+grep -q '^trial 1/1  seed 2  unlimited  detach [a-z]* messages [0-9]* [0-9]* .*fired at .*: FAILED$' \
+    "$WORK/unbound.txt" || fail "the drawn messages trigger did not fire and fail the trial"
+grep -q '^    not linked again within 0 s$' "$WORK/unbound.txt" || fail "the reason is not named"
+grep -q '^==> 1 of 1 trials failed: 1' "$WORK/unbound.txt" || fail "no total of the failures"
+grep -q 'repeat trial 1: ./kv pair-run --chaos 1 --seed 2 ' "$WORK/unbound.txt" ||
     fail "no line to repeat a failed trial"
+grep -q 'or its fault alone: ./kv pair-run --link-profile unlimited --fault detach\\ [a-z]*\\ messages' \
+    "$WORK/unbound.txt" || fail "no line to make the failed trial's fault alone"
 
 for wrong in "0" "2 --faults drop,bogus" "2 --profiles lte" "two"; do
     status=0
