@@ -284,7 +284,12 @@ rehearse() {
     say "rehearsal over ${PROFILE_LIST[0]}, without a fault: ok; $(rehearsal_summary)"
 }
 
-say "chaos: $TRIALS trials of $(basename "${APPS[0]}") (watch) and $(basename "${APPS[1]}") (phone), seed $SEED"
+# "N trials", or "1 trial".
+trials() {
+    if [ "$1" = 1 ]; then echo "1 trial"; else echo "$1 trials"; fi
+}
+
+say "chaos: $(trials "$TRIALS") of $(basename "${APPS[0]}") (watch) and $(basename "${APPS[1]}") (phone), seed $SEED"
 say "profiles $PROFILES; faults $FAULTS; the link must be up again within $LINK_BOUND s"
 rehearse
 failed=()
@@ -316,10 +321,14 @@ done
 
 echo
 if [ "${#failed[@]}" -eq 0 ]; then
-    say "all $TRIALS trials passed (seed $SEED); the trials are in $WORK"
+    if [ "$TRIALS" = 1 ]; then
+        say "the trial passed (seed $SEED); it is in $WORK"
+    else
+        say "all $TRIALS trials passed (seed $SEED); the trials are in $WORK"
+    fi
     exit 0
 fi
-say "${#failed[@]} of $TRIALS trials failed: ${failed[*]}; the trials are in $WORK"
+say "${#failed[@]} of $(trials "$TRIALS") failed: ${failed[*]}; the trials are in $WORK"
 for trial in "${failed[@]}"; do
     repeat=(./kv pair-run --chaos 1 --seed $((SEED + trial - 1)) --profiles "$PROFILES"
         --faults "$FAULTS" --link-bound "$LINK_BOUND" "${PASS[@]}" "${APPS[@]}")

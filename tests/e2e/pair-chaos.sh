@@ -78,7 +78,7 @@ grep -q '^==> rehearsal over unlimited, without a fault: ok; both apps ran toget
 grep -q '^trial 1/1  seed 2  unlimited  detach [a-z]* messages [0-9]* [0-9]* .*fired at .*: FAILED$' \
     "$WORK/unbound.txt" || fail "the drawn messages trigger did not fire and fail the trial"
 grep -q '^    not linked again within 0 s$' "$WORK/unbound.txt" || fail "the reason is not named"
-grep -q '^==> 1 of 1 trials failed: 1' "$WORK/unbound.txt" || fail "no total of the failures"
+grep -q '^==> 1 of 1 trial failed: 1' "$WORK/unbound.txt" || fail "no total of the failures"
 grep -q 'repeat trial 1: ./kv pair-run --chaos 1 --seed 2 ' "$WORK/unbound.txt" ||
     fail "no line to repeat a failed trial"
 grep -q 'or its fault alone: ./kv pair-run --link-profile unlimited --fault detach\\ [a-z]*\\ messages' \
