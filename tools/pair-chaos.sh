@@ -215,7 +215,8 @@ fault_outcome() {
 }
 
 # Runs the pair once into the folder DIR over PROFILE, with the further
-# pair-run options given (a fault, a trace), and stops its services.
+# pair-run options given (a fault, a trace); its services stay up for the
+# checks, until stop_pair.
 run_pair() {
     local dir="$1" profile="$2"
     shift 2
