@@ -288,19 +288,14 @@ void BulkTlsStream::readSome(asio::mutable_buffer into, Completion handler) {
     m_state->tryRead();
 }
 
-void BulkTlsStream::writeSome(const std::vector<asio::const_buffer>& from, Completion handler) {
+void BulkTlsStream::writeSome(asio::const_buffer from, Completion handler) {
     m_state->writeHandler = std::move(handler);
-    std::size_t total = 0;
-    for (const asio::const_buffer& buffer : from) {
-        std::size_t written = 0;
-        if (buffer.size() > 0 &&
-            SSL_write_ex(m_state->ssl, buffer.data(), buffer.size(), &written) != 1) {
-            m_state->finishWrite(sslError());
-            return;
-        }
-        total += written;
+    std::size_t written = 0;
+    if (from.size() > 0 && SSL_write_ex(m_state->ssl, from.data(), from.size(), &written) != 1) {
+        m_state->finishWrite(sslError());
+        return;
     }
-    m_state->writeSize = total;
+    m_state->writeSize = written;
     m_state->flush();
 }
 

@@ -18,7 +18,6 @@
 #include <functional>
 #include <memory>
 #include <string>
-#include <vector>
 
 namespace Kv {
 namespace Accessory {
@@ -90,23 +89,19 @@ public:
         readSome(first, Completion(std::forward<Token>(token)));
     }
 
-    // Every buffer of the sequence (the frames of one write) becomes records
-    // in the same outgoing buffer, and leaves in one write to the socket.
     template <typename Buffers, typename Token>
     void async_write_some(const Buffers& buffers, Token&& token) {
-        m_writeBuffers.assign(asio::buffer_sequence_begin(buffers),
-                              asio::buffer_sequence_end(buffers));
-        writeSome(m_writeBuffers, Completion(std::forward<Token>(token)));
+        const asio::const_buffer first = *asio::buffer_sequence_begin(buffers);
+        writeSome(first, Completion(std::forward<Token>(token)));
     }
 
 private:
     void readSome(asio::mutable_buffer into, Completion handler);
-    void writeSome(const std::vector<asio::const_buffer>& from, Completion handler);
+    void writeSome(asio::const_buffer from, Completion handler);
 
     // Kept apart from the object, which Asio's operations refer to by it, so
     // that the object can move and its BIO keep finding its buffers.
     std::shared_ptr<State> m_state;
-    std::vector<asio::const_buffer> m_writeBuffers;  // the write's, kept for its capacity
 };
 
 }  // namespace Accessory

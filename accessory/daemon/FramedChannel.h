@@ -153,11 +153,11 @@ public:
             m_held = 0;
         }
         asio::error_code ignored;
-        // The frames being written stay until the channel goes: the write
-        // may still refer to them until its cancelled completion has run. A
-        // stalled channel carries nothing, its end neither: its socket stays
-        // open and silent until the channel goes, so that the other end finds
-        // the silence itself, as it would over a link that went quiet.
+        // The frame being written stays until the channel goes: the write may
+        // still refer to it until its cancelled completion has run. A stalled
+        // channel carries nothing, its end neither: its socket stays open
+        // and silent until the channel goes, so that the other end finds the
+        // silence itself, as it would over a link that went quiet.
         if (m_stalled) {
             m_socket.cancel(ignored);
         } else {
@@ -302,13 +302,11 @@ private:
             writeShaped();
             return;
         }
-        for (std::deque<Frame>* queue = nextQueue();
-             queue != nullptr && batchHasRoomFor(queue->front().bytes.size());
-             queue = nextQueue()) {
-            addToBatch(std::move(queue->front()));
+        std::deque<Frame>* queue = nextQueue();
+        if (queue != nullptr) {
+            write(std::move(queue->front()));
             queue->pop_front();
         }
-        writeBatch();
     }
 
     // Frames go on the emulated link whenever it is free, and are written
@@ -328,13 +326,9 @@ private:
             m_inFlight.push_back({std::move(queue->front()), arrival});
             queue->pop_front();
         }
-        while (!m_inFlight.empty() && m_inFlight.front().arrival <= now &&
-               batchHasRoomFor(m_inFlight.front().frame.bytes.size())) {
-            addToBatch(std::move(m_inFlight.front().frame));
+        if (!m_inFlight.empty() && m_inFlight.front().arrival <= now) {
+            write(std::move(m_inFlight.front().frame));
             m_inFlight.pop_front();
-        }
-        if (!m_batch.empty()) {
-            writeBatch();
             return;
         }
         std::optional<LinkShaper::Clock::time_point> wake;
@@ -355,31 +349,12 @@ private:
         }
     }
 
-    // Frames waiting behind each other leave in one write (one system call,
-    // and one flush of the TLS records), up to a bound; a write always takes
-    // at least one frame, however large.
-    bool batchHasRoomFor(std::size_t frameBytes) const {
-        return m_batch.empty() ||
-               (m_batch.size() < kBatchFrames && m_batchBytes + frameBytes <= kBatchBytes);
-    }
-
-    void addToBatch(Frame frame) {
-        m_batchBytes += frame.bytes.size();
-        m_batch.push_back(std::move(frame));
-    }
-
-    void writeBatch() {
-        if (m_batch.empty()) {
-            return;
-        }
+    void write(Frame frame) {
         m_writing = true;
-        m_batchBuffers.clear();
-        for (const Frame& frame : m_batch) {
-            m_batchBuffers.push_back(asio::buffer(frame.bytes));
-        }
+        m_current = std::move(frame);
         auto self = this->shared_from_this();
         asio::async_write(
-            m_socket, m_batchBuffers,
+            m_socket, asio::buffer(m_current.bytes),
             [self](const asio::error_code& error, std::size_t) { self->afterWrite(error); });
     }
 
@@ -392,20 +367,12 @@ private:
             close("write failed: " + error.message());
             return;
         }
-        std::vector<std::uint64_t> tags;
-        for (const Frame& frame : m_batch) {
-            m_queuedBytes -= frame.bytes.size();
-            if (frame.tag != 0) {
-                tags.push_back(frame.tag);
-            }
-        }
-        m_batch.clear();
-        m_batchBytes = 0;
+        m_queuedBytes -= m_current.bytes.size();
+        const std::uint64_t tag = m_current.tag;
+        m_current.bytes.clear();
         writeNext();
-        if (m_onWritten) {
-            for (const std::uint64_t tag : tags) {
-                m_onWritten(tag);
-            }
+        if (tag != 0 && m_onWritten) {
+            m_onWritten(tag);
         }
         if (!m_drainWaiters.empty() && !m_closed) {
             drained();
@@ -418,14 +385,7 @@ private:
     static constexpr std::size_t kReadChunk = std::size_t{64} * 1024;
     FrameDecoder m_decoder;
     std::array<std::deque<Frame>, kPriorityLevels> m_queues;
-    // The frames being written, and their buffers for the write. They stay
-    // until the next write (or the channel's end): a cancelled write may
-    // still refer to them until its completion has run.
-    static constexpr std::size_t kBatchBytes = std::size_t{256} * 1024;
-    static constexpr std::size_t kBatchFrames = 64;  // what one gathered write takes
-    std::vector<Frame> m_batch;
-    std::size_t m_batchBytes = 0;
-    std::vector<asio::const_buffer> m_batchBuffers;
+    Frame m_current;  // the frame being written
     std::unique_ptr<LinkShaper> m_shaper;
     std::deque<InFlight> m_inFlight;
     asio::steady_timer m_shapeTimer{m_socket.get_executor()};

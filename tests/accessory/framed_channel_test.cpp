@@ -90,28 +90,6 @@ TEST_F(FramedChannelTest, AHigherPriorityFrameOvertakesQueuedOnes) {
     EXPECT_EQ(receivedTexts(), (std::vector<std::string>{"low 1", "control", "medium", "low 2"}));
 }
 
-// Frames that wait behind a write leave together in the next ones (more
-// than one write takes), still by priority, and each tag is reported once,
-// in the order the frames left.
-TEST_F(FramedChannelTest, FramesWaitingBehindAWriteLeaveByPriorityAndEachIsReported) {
-    open(std::size_t{1} << 20);
-    std::vector<std::uint64_t> written;
-    channel->onWritten([&written](std::uint64_t tag) { written.push_back(tag); });
-    ASSERT_TRUE(channel->send(frameOf("first"), kPriorityLow, 1));
-    std::vector<std::string> expected{"first", "control"};
-    std::vector<std::uint64_t> expectedTags{1, 1000};
-    for (std::uint64_t i = 2; i < 150; ++i) {
-        ASSERT_TRUE(channel->send(frameOf("low " + std::to_string(i)), kPriorityLow, i));
-        expected.push_back("low " + std::to_string(i));
-        expectedTags.push_back(i);
-    }
-    ASSERT_TRUE(channel->send(frameOf("control"), kPriorityControl, 1000));
-    ASSERT_TRUE(runUntil([this] { return channel->queuedBytes() == 0; }));
-    ASSERT_TRUE(runUntil([&] { return receivedTexts().size() >= expected.size(); }));
-    EXPECT_EQ(receivedTexts(), expected);
-    EXPECT_EQ(written, expectedTags);
-}
-
 TEST_F(FramedChannelTest, RefusesFramesBeyondTheQueueBound) {
     ASSERT_TRUE(channel->send(frameOf(std::string(2000, 'x'))));
     EXPECT_FALSE(channel->send(frameOf("more")));
