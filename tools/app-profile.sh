@@ -1,6 +1,6 @@
 # What an app folder's service profile declares, read with the shell's own
-# tools (sourced by tools/pair-run.sh). The profile
-# is the file that config.xml's last AccessoryServicesLocation names.
+# tools (sourced by tools/pair-run.sh). The profile is the file that
+# config.xml's last AccessoryServicesLocation names.
 
 # The app's service-profile file, or nothing.
 app_profile_file() {
@@ -16,4 +16,3 @@ app_declares_provider() {
     file="$(app_profile_file "$1")"
     [ -n "$file" ] && grep -qiE 'role[[:space:]]*=[[:space:]]*"provider"' "$file"
 }
-

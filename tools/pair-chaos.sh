@@ -250,10 +250,13 @@ read_rehearsal() {
     REHEARSED_FILE="$(sed -n '/"kind":"FILE_OFFERED"/s/.*"size":"\([0-9]*\)".*/\1/p' "${traces[@]}" 2>/dev/null |
         sort -n | tail -n 1)"
     REHEARSED_FILE="${REHEARSED_FILE:-0}"
-    first="$(printf '%s\n' "$(output_stamp 1p "$dir/watch.out")" "$(output_stamp 1p "$dir/phone.out")" |
-        sort -n | tail -n 1)"
-    last="$(printf '%s\n' "$(output_stamp '$p' "$dir/watch.out")" "$(output_stamp '$p' "$dir/phone.out")" |
-        sort -n | head -n 1)"
+    local watchFirst phoneFirst watchLast phoneLast
+    watchFirst="$(output_stamp 1p "$dir/watch.out")"
+    phoneFirst="$(output_stamp 1p "$dir/phone.out")"
+    watchLast="$(output_stamp '$p' "$dir/watch.out")"
+    phoneLast="$(output_stamp '$p' "$dir/phone.out")"
+    first=$((watchFirst > phoneFirst ? watchFirst : phoneFirst))
+    last=$((watchLast < phoneLast ? watchLast : phoneLast))
     REHEARSED_MS=$(((last - first) / 1000))
     [ "$REHEARSED_MS" -ge 200 ] || REHEARSED_MS=200
 }
